@@ -1,0 +1,22 @@
+# Installs the library, its headers, its resources, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS ZRVKit EXPORT ZRVKitTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY include/ZRVKit DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ZRVKit
+  FILES_MATCHING PATTERN "*.json")
+
+set(ZRV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZRVKit)
+install(EXPORT ZRVKitTargets NAMESPACE ZRVKit:: DESTINATION ${ZRV_CMAKE_DIR})
+configure_package_config_file(cmake/ZRVKitConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfig.cmake INSTALL_DESTINATION ${ZRV_CMAKE_DIR})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfigVersion.cmake
+  DESTINATION ${ZRV_CMAKE_DIR})
+
+configure_file(cmake/zrvkit.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zrvkit.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zrvkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

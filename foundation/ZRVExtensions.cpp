@@ -1,0 +1,99 @@
+#include <ZRVKit/ZRVExtensions.h>
+
+#include <openssl/evp.h>
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+namespace {
+
+struct DigestContextDeleter {
+  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextDeleter>;
+
+DigestContext startSHA1() {
+  DigestContext context(EVP_MD_CTX_new());
+  if (!context || EVP_DigestInit_ex(context.get(), EVP_sha1(), nullptr) != 1) throw std::bad_alloc();
+  return context;
+}
+
+std::string finishSHA1(EVP_MD_CTX* context) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  EVP_DigestFinal_ex(context, digest, &length);
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(2 * length);
+  for (unsigned int i = 0; i < length; ++i) {
+    text += kHex[digest[i] >> 4];
+    text += kHex[digest[i] & 15];
+  }
+  return text;
+}
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+}  // namespace
+
+namespace ZRVExtensions {
+
+std::string sha1Hash(const std::uint8_t* bytes, std::size_t length) {
+  DigestContext context = startSHA1();
+  EVP_DigestUpdate(context.get(), bytes, length);
+  return finishSHA1(context.get());
+}
+
+std::string sha1Hash(const ZRVData& data) { return sha1Hash(data.data(), data.size()); }
+
+std::string sha1Hash(const std::filesystem::path& file) {
+  // Streamed rather than read whole: the digest is the same and large game files need no memory.
+  std::unique_ptr<std::FILE, FileCloser> handle(std::fopen(file.c_str(), "rb"));
+  if (!handle) return "";
+  DigestContext context = startSHA1();
+  std::vector<std::uint8_t> buffer(1 << 20);
+  for (;;) {
+    std::size_t count = std::fread(buffer.data(), 1, buffer.size(), handle.get());
+    if (count > 0) EVP_DigestUpdate(context.get(), buffer.data(), count);
+    if (count < buffer.size()) {
+      if (std::ferror(handle.get())) return "";  // a folder, or a read error
+      break;
+    }
+  }
+  return finishSHA1(context.get());
+}
+
+std::size_t utf16Length(std::string_view utf8) {
+  std::size_t units = 0;
+  for (std::size_t i = 0; i < utf8.size();) {
+    auto lead = static_cast<unsigned char>(utf8[i]);
+    std::size_t length = lead < 0x80 ? 1 : (lead >> 5) == 0x6 ? 2 : (lead >> 4) == 0xE ? 3 : (lead >> 3) == 0x1E ? 4 : 1;
+    if (i + length > utf8.size()) length = 1;
+    units += length == 4 ? 2 : 1;
+    i += length;
+  }
+  return units;
+}
+
+std::string ac_sha1(std::string_view utf8) {
+  std::size_t hashed = std::min(utf8.size(), utf16Length(utf8));
+  return sha1Hash(reinterpret_cast<const std::uint8_t*>(utf8.data()), hashed);
+}
+
+bool containsString(std::string_view haystack, std::string_view needle) {
+  return !needle.empty() && haystack.find(needle) != std::string_view::npos;
+}
+
+ZRVData subdata(const ZRVData& data, std::size_t offset, std::size_t length) {
+  if (offset > data.size() || length > data.size() - offset) {
+    throw std::out_of_range("range {" + std::to_string(offset) + ", " + std::to_string(length) +
+                            "} out of bounds; length " + std::to_string(data.size()));
+  }
+  return ZRVData(data.begin() + static_cast<std::ptrdiff_t>(offset),
+                 data.begin() + static_cast<std::ptrdiff_t>(offset + length));
+}
+
+}  // namespace ZRVExtensions

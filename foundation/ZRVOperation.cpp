@@ -1,0 +1,91 @@
+#include <ZRVKit/ZRVOperation.h>
+
+#include <ZRVKit/ZRVLog.h>
+#include <ZRVKit/ZRVOperationQueue.h>
+
+#include <exception>
+
+std::shared_ptr<ZRVOperation> ZRVOperation::operationWithBlock(Block block) {
+  return std::make_shared<ZRVOperation>(std::move(block));
+}
+
+ZRVOperation::ZRVOperation(Block block) : block_(std::move(block)) {}
+
+void ZRVOperation::addDependency(const std::shared_ptr<ZRVOperation>& operation) {
+  if (!operation || operation.get() == this) return;
+  {
+    std::lock_guard lock(mutex_);
+    ++pendingDependencies_;
+  }
+  bool registered = false;
+  {
+    std::lock_guard lock(operation->mutex_);
+    if (!operation->finished_) {
+      operation->dependents_.push_back(shared_from_this());
+      registered = true;
+    }
+  }
+  if (!registered) dependencyFinished();
+}
+
+bool ZRVOperation::isFinished() const {
+  std::lock_guard lock(mutex_);
+  return finished_;
+}
+
+void ZRVOperation::waitUntilFinished() {
+  std::unique_lock lock(mutex_);
+  if (finished_) return;
+  ZRVOperationQueue::BlockingScope blocking;
+  finishedCondition_.wait(lock, [this] { return finished_; });
+}
+
+bool ZRVOperation::attachToQueue(ZRVOperationQueue* queue) {
+  std::lock_guard lock(mutex_);
+  queue_ = queue;
+  if (pendingDependencies_ > 0 || scheduled_) return false;
+  scheduled_ = true;
+  return true;
+}
+
+void ZRVOperation::dependencyFinished() {
+  ZRVOperationQueue* queue = nullptr;
+  {
+    std::lock_guard lock(mutex_);
+    if (--pendingDependencies_ > 0 || !queue_ || scheduled_) return;
+    scheduled_ = true;
+    queue = queue_;
+  }
+  queue->enqueueReady(shared_from_this());
+}
+
+void ZRVOperation::run() {
+  Block block;
+  {
+    std::lock_guard lock(mutex_);
+    block = std::move(block_);
+    block_ = nullptr;
+  }
+  if (block) {
+    // An operation that throws must not take the queue's thread down with it.
+    try {
+      block();
+    } catch (const std::exception& exception) {
+      ZRVLog::format("Unhandled exception %@ in an operation of %@", exception.what(),
+                     queue_ ? queue_->name() : std::string("(null)"));
+    } catch (...) {
+      ZRVLog::format("Unhandled exception in an operation of %@", queue_ ? queue_->name() : std::string("(null)"));
+    }
+  }
+  std::vector<std::shared_ptr<ZRVOperation>> dependents;
+  ZRVOperationQueue* queue;
+  {
+    std::lock_guard lock(mutex_);
+    finished_ = true;
+    dependents.swap(dependents_);
+    queue = queue_;
+  }
+  finishedCondition_.notify_all();
+  for (auto& dependent : dependents) dependent->dependencyFinished();
+  if (queue) queue->operationDidFinish();
+}

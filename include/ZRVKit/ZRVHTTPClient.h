@@ -1,0 +1,39 @@
+#pragma once
+// The library's one HTTP client, over libcurl. Asynchronous requests run concurrently on one transfer
+// thread and hand their result to the queue the caller names; synchronous reads block the caller.
+// TLS certificates are verified; only http and https are spoken.
+
+#include <ZRVKit/ZRVHTTPRequest.h>
+#include <ZRVKit/ZRVHTTPResponse.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class ZRVOperationQueue;
+
+class ZRVHTTPClient {
+ public:
+  using Completion = std::function<void(ZRVHTTPResult result)>;
+
+  static ZRVHTTPClient& sharedClient();
+
+  /// Starts `request` and returns at once; `completion` runs as an operation on `queue`.
+  void sendAsynchronousRequest(ZRVHTTPRequest request, ZRVOperationQueue& queue, Completion completion);
+
+  /// Performs `request` on the calling thread and returns its result.
+  ZRVHTTPResult sendSynchronousRequest(const ZRVHTTPRequest& request);
+
+  /// Caps every request's idle time-out (tests and tools that must not wait a minute). Nothing lifts the cap.
+  void setIdleTimeoutLimit(std::optional<std::chrono::milliseconds> limit);
+
+  ~ZRVHTTPClient();
+  ZRVHTTPClient(const ZRVHTTPClient&) = delete;
+  ZRVHTTPClient& operator=(const ZRVHTTPClient&) = delete;
+
+ private:
+  ZRVHTTPClient();
+  struct Engine;
+  std::unique_ptr<Engine> engine_;
+};

@@ -1,0 +1,32 @@
+#pragma once
+// One HTTP request: a GET or a form POST, with the idle time-out and the body cap that guard the client.
+
+#include <ZRVKit/ZRVData.h>
+#include <ZRVKit/ZRVURL.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+struct ZRVHTTPRequest {
+  /// Answers above this size fail as transport errors unless a request sets its own cap.
+  static constexpr std::size_t kDefaultMaxBodySize = std::size_t{4} << 30;
+  /// The platform's request time-out: the request fails when no byte moves for this long.
+  static constexpr std::chrono::milliseconds kDefaultIdleTimeout{60'000};
+
+  ZRVURL url;
+  std::string method = "GET";
+  std::vector<std::pair<std::string, std::string>> headers;
+  ZRVData body;
+  std::chrono::milliseconds idleTimeout = kDefaultIdleTimeout;
+  bool followRedirects = true;
+  std::size_t maxBodySize = kDefaultMaxBodySize;
+
+  /// A GET of `url` that ignores any local cache.
+  static ZRVHTTPRequest GET(ZRVURL url);
+  /// A POST of a form-encoded body with "Content-Length" and "Content-Type" headers.
+  static ZRVHTTPRequest formPOST(ZRVURL url, std::string_view body);
+};

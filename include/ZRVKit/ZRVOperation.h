@@ -1,0 +1,47 @@
+#pragma once
+// One unit of work for a ZRVOperationQueue, with dependencies on other operations.
+// An operation runs once, after every operation it depends on has finished.
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+class ZRVOperationQueue;
+
+class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
+ public:
+  using Block = std::function<void()>;
+
+  static std::shared_ptr<ZRVOperation> operationWithBlock(Block block);
+
+  /// This operation will not start before `operation` has finished. Add dependencies before queueing.
+  void addDependency(const std::shared_ptr<ZRVOperation>& operation);
+
+  bool isFinished() const;
+  /// Blocks until the operation has run (a work-queue thread that waits here is replaced meanwhile).
+  void waitUntilFinished();
+
+  explicit ZRVOperation(Block block);
+  ZRVOperation(const ZRVOperation&) = delete;
+  ZRVOperation& operator=(const ZRVOperation&) = delete;
+
+ private:
+  friend class ZRVOperationQueue;
+
+  /// Called by the queue when it takes the operation; true when it may run at once.
+  bool attachToQueue(ZRVOperationQueue* queue);
+  /// Runs the block, marks the operation finished and releases its dependents.
+  void run();
+  void dependencyFinished();
+
+  Block block_;
+  mutable std::mutex mutex_;
+  std::condition_variable finishedCondition_;
+  std::vector<std::shared_ptr<ZRVOperation>> dependents_;
+  ZRVOperationQueue* queue_ = nullptr;
+  int pendingDependencies_ = 0;
+  bool scheduled_ = false;
+  bool finished_ = false;
+};

@@ -1,0 +1,131 @@
+#include <ZRVKit/ZRVMainQueue.h>
+#include <ZRVKit/ZRVOperationQueue.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <set>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+TEST(WorkQueue, IsOneSharedQueueRunningOffTheMainThread) {
+  EXPECT_EQ(&ZRVOperationQueue::workQueue(), &ZRVOperationQueue::workQueue());
+  EXPECT_EQ(ZRVOperationQueue::workQueue().name(), "workQueue");
+
+  std::promise<std::pair<bool, ZRVOperationQueue*>> seen;
+  ZRVOperationQueue::workQueue().addOperationWithBlock(
+      [&] { seen.set_value({ZRVMainQueue::isMainThread(), ZRVOperationQueue::currentQueue()}); });
+  auto future = seen.get_future();
+  ASSERT_EQ(future.wait_for(5s), std::future_status::ready);
+  auto [onMain, queue] = future.get();
+  EXPECT_FALSE(onMain);
+  EXPECT_EQ(queue, &ZRVOperationQueue::workQueue());
+}
+
+TEST(WorkQueue, DependenciesOrderOperations) {
+  ZRVOperationQueue queue("ordered");
+  std::mutex mutex;
+  std::vector<int> order;
+  auto record = [&](int step) {
+    return ZRVOperation::operationWithBlock([&, step] {
+      std::this_thread::sleep_for(1ms);
+      std::lock_guard lock(mutex);
+      order.push_back(step);
+    });
+  };
+  // final depends on every file item; each file item depends on a preparation step
+  auto prepare = record(0);
+  std::vector<std::shared_ptr<ZRVOperation>> files;
+  auto final = record(99);
+  for (int i = 1; i <= 20; ++i) {
+    files.push_back(record(i));
+    files.back()->addDependency(prepare);
+    final->addDependency(files.back());
+  }
+  queue.addOperation(final);  // added first, runs last
+  queue.addOperations(files, false);
+  queue.addOperation(prepare);
+  final->waitUntilFinished();
+  ASSERT_EQ(order.size(), 22u);
+  EXPECT_EQ(order.front(), 0);
+  EXPECT_EQ(order.back(), 99);
+}
+
+TEST(WorkQueue, TwoHundredItemsWaitingOnOthersFinish) {
+  // Item i waits for item i+1 to finish; the last one waits for nothing. A fixed-width queue deadlocks here.
+  constexpr int kItems = 200;
+  std::vector<std::shared_ptr<ZRVOperation>> items(kItems);
+  std::atomic<int> finished{0};
+  for (int i = kItems - 1; i >= 0; --i) {
+    std::shared_ptr<ZRVOperation> next = i + 1 < kItems ? items[i + 1] : nullptr;
+    items[i] = ZRVOperation::operationWithBlock([next, &finished] {
+      if (next) next->waitUntilFinished();
+      ++finished;
+    });
+  }
+  for (int i = 0; i < kItems; ++i) ZRVOperationQueue::workQueue().addOperation(items[i]);
+  items[0]->waitUntilFinished();
+  EXPECT_EQ(finished.load(), kItems);
+}
+
+TEST(WorkQueue, ItemsBlockedOnTheirOwnConditionsStillGetThreads) {
+  // Waits the queue cannot see (a plain condition variable) are noticed by the idle processor.
+  constexpr int kWaiters = 24;
+  std::mutex mutex;
+  std::condition_variable signal;
+  int released = 0;
+  std::atomic<int> done{0};
+  for (int i = 0; i < kWaiters; ++i) {
+    ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
+      std::unique_lock lock(mutex);
+      signal.wait(lock, [&] { return released > 0; });
+      ++done;
+    });
+  }
+  ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
+    {
+      std::lock_guard lock(mutex);
+      released = 1;
+    }
+    signal.notify_all();
+  });
+  auto deadline = std::chrono::steady_clock::now() + 20s;
+  while (done.load() < kWaiters && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(5ms);
+  EXPECT_EQ(done.load(), kWaiters);
+  EXPECT_LT(ZRVOperationQueue::workQueue().threadCount(), 200u);
+}
+
+TEST(WorkQueue, SerialQueueAndThrowingOperations) {
+  ZRVOperationQueue serial("serial", 1);
+  std::atomic<int> running{0};
+  std::atomic<int> most{0};
+  std::atomic<int> ran{0};
+  for (int i = 0; i < 30; ++i) {
+    serial.addOperationWithBlock([&, i] {
+      int now = ++running;
+      most = std::max(most.load(), now);
+      if (i % 10 == 0) {
+        --running;
+        throw std::runtime_error("operation failed");  // the queue carries on
+      }
+      ++ran;
+      --running;
+    });
+  }
+  serial.waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(most.load(), 1);
+  EXPECT_EQ(ran.load(), 27);
+}
+
+TEST(WorkQueue, DelayedOperationsWaitTheirTurn) {
+  std::promise<std::chrono::steady_clock::time_point> ranAt;
+  auto start = std::chrono::steady_clock::now();
+  ZRVOperationQueue::workQueue().addOperationAfterDelay(0.15, [&] { ranAt.set_value(std::chrono::steady_clock::now()); });
+  auto future = ranAt.get_future();
+  ASSERT_EQ(future.wait_for(5s), std::future_status::ready);
+  EXPECT_GE(future.get() - start, 140ms);
+}

@@ -1,0 +1,10 @@
+#pragma once
+// The route groups of the embedded server, one per service.
+
+#include "serve/DemoServer.h"
+
+namespace httplib {
+class Server;
+}
+
+void registerStatusRoutes(httplib::Server& server, DemoState& state);
