@@ -33,14 +33,24 @@ std::optional<std::string> percentEncoded(std::string_view text) {
   return result;
 }
 
+struct Unit {
+  std::uint16_t value;
+  bool stray;  // a byte that is part of no character
+};
+
 // The UTF-16 units of text that is not well-formed: whole sequences where they decode (encoded surrogates
-// included, as they stand for lone UTF-16 units), any other byte as a unit of its own value.
-std::vector<std::uint16_t> utf16Units(std::string_view text) {
-  std::vector<std::uint16_t> units;
+// included, as they stand for lone UTF-16 units), any other byte as a stray unit of its own value.
+std::vector<Unit> utf16Units(std::string_view text) {
+  std::vector<Unit> units;
   std::size_t i = 0;
   while (i < text.size()) {
     auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(text[at]); };
     std::uint8_t lead = byte(i);
+    if (lead < 0x80) {
+      units.push_back({lead, false});
+      i += 1;
+      continue;
+    }
     std::size_t length = lead >= 0xF0 && lead <= 0xF4 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 && lead < 0xE0 ? 2 : 1;
     if (lead >= 0xF5) length = 1;
     std::uint32_t codePoint = lead;
@@ -53,16 +63,16 @@ std::vector<std::uint16_t> utf16Units(std::string_view text) {
       if (!shortest || codePoint > 0x10FFFF) whole = false;
     }
     if (!whole) {
-      units.push_back(lead);
+      units.push_back({lead, true});
       i += 1;
       continue;
     }
     if (codePoint > 0xFFFF) {
       codePoint -= 0x10000;
-      units.push_back(static_cast<std::uint16_t>(0xD800 + (codePoint >> 10)));
-      units.push_back(static_cast<std::uint16_t>(0xDC00 + (codePoint & 0x3FF)));
+      units.push_back({static_cast<std::uint16_t>(0xD800 + (codePoint >> 10)), false});
+      units.push_back({static_cast<std::uint16_t>(0xDC00 + (codePoint & 0x3FF)), false});
     } else {
-      units.push_back(static_cast<std::uint16_t>(codePoint));
+      units.push_back({static_cast<std::uint16_t>(codePoint), false});
     }
     i += length;
   }
@@ -76,13 +86,14 @@ bool isSurrogate(std::uint16_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; 
 std::optional<std::string> encoded(const std::optional<std::string>& text) {
   if (!text) return std::nullopt;
   if (auto standard = percentEncoded(*text)) return standard;
-  // Malformed text: unit by unit, so a unit above 0xFF gives more than two hexadecimal digits.
+  // Malformed text: unit by unit, so a unit above 0xFF gives more than two hexadecimal digits. A stray
+  // byte is no character at all and goes out as itself.
   std::string result;
-  for (std::uint16_t unit : utf16Units(*text)) {
-    if (!isSurrogate(unit) && isAllowed(unit)) {
-      result += ZRVFormat("%C", unit);
+  for (Unit unit : utf16Units(*text)) {
+    if (!unit.stray && !isSurrogate(unit.value) && isAllowed(unit.value)) {
+      result += ZRVFormat("%C", unit.value);
     } else {
-      result += ZRVFormat("%%%02X", unit);
+      result += ZRVFormat("%%%02X", unit.value);
     }
   }
   return result;
