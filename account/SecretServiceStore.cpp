@@ -36,12 +36,15 @@ struct Outcome {
   std::string error;  // libsecret's message; never holds a secret
 };
 
-// The attribute table of one call; the strings belong to the caller's lambda.
+// The attribute table of one call, owning its strings.
 struct Attributes {
+  std::string service;
+  std::optional<std::string> account;
   GHashTable* table = g_hash_table_new(g_str_hash, g_str_equal);
-  Attributes(const std::string& service, const std::optional<std::string>& account) {
-    g_hash_table_insert(table, const_cast<char*>("service"), const_cast<char*>(service.c_str()));
-    if (account) g_hash_table_insert(table, const_cast<char*>("account"), const_cast<char*>(account->c_str()));
+  Attributes(std::string serviceName, std::optional<std::string> accountName)
+      : service(std::move(serviceName)), account(std::move(accountName)) {
+    g_hash_table_insert(table, const_cast<char*>("service"), service.data());
+    if (account) g_hash_table_insert(table, const_cast<char*>("account"), account->data());
   }
   ~Attributes() { g_hash_table_unref(table); }
   Attributes(const Attributes&) = delete;
