@@ -27,6 +27,13 @@ if [ "${ZRV_PRIVATE_SESSION:-}" = 1 ]; then
   # --unlock creates the login keyring with this password when there is none, so nothing ever prompts.
   if printf 'throwaway' | timeout 20 gnome-keyring-daemon --unlock --components=secrets >/dev/null; then
     export ZRV_TEST_PRIVATE_KEYRING=1
+    # The daemon takes its bus name a moment after --unlock returns; a test that came first would start a
+    # second daemon through D-Bus activation.
+    for _ in $(seq 50); do
+      dbus-send --session --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
+        string:org.freedesktop.secrets 2>/dev/null | grep -q 'boolean true' && break
+      sleep 0.1
+    done
   else
     echo "run-tests: the throwaway keyring did not start; Secret Service tests will be skipped" >&2
   fi
