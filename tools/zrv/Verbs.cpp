@@ -10,12 +10,33 @@ const std::vector<Verb>& allVerbs() {
       {"serve", "serve [--port N] [--host ADDRESS]", "Runs the embedded development server.",
        "Serves the game's web API and content on the loopback interface for development and the demo.\n"
        "  --port N         port to listen on (default 8080; 0 picks a free one)\n"
-       "  --host ADDRESS   address to listen on (default 127.0.0.1)",
+       "  --host ADDRESS   address to listen on (default 127.0.0.1)\n"
+       "Demo accounts of /api/login: player/quillmoor signs in at once; twofactor/quillmoor asks for the\n"
+       "code 123456; queued/quillmoor waits three turns in the login queue; other passwords are refused.",
        runServe},
       {"demo", "demo", "Runs the whole launcher flow against an embedded server.",
        "Starts the embedded server on a free loopback port, points the library at it and runs the\n"
        "launcher's flow, printing each step.",
        runDemo},
+      {"login", "login USER [--remember] [--password-stdin] [--forget-saved] [--json] [--timeout SECONDS]",
+       "Signs in to the game's login service.",
+       "Signs USER in. With a saved login for USER it signs in with the saved cookie; otherwise it asks for\n"
+       "the password on the terminal without echo, and for a two-factor code when the server wants one.\n"
+       "A successful login saves the play cookie (see `zrv logins`). Against `zrv serve`, try player,\n"
+       "twofactor (code 123456) or queued, each with the password quillmoor.\n"
+       "Exit status: 0 signed in, 1 refused, 3 no usable answer from the login server.\n"
+       "  --remember         ask the server for a lasting login\n"
+       "  --password-stdin   read the password, then any two-factor code, as lines of standard input\n"
+       "  --forget-saved     ignore the saved login and use the password\n"
+       "  --json             print {\"status\": N, \"response\": {the server's answer}}\n"
+       "  --timeout SECONDS  give up waiting for an answer after this long (default 300)",
+       runLogin},
+      {"logins", "logins [--json] | logins remove USER", "Lists or removes saved logins.",
+       "Lists the accounts with a saved login and says which store holds them: the Secret Service, or a\n"
+       "private file when no Secret Service answers (ZRV_SECRET_STORE=secret-service|file chooses).\n"
+       "`zrv logins remove USER` forgets the saved login of USER (exit status 1 when there was none).\n"
+       "  --json   print {\"store\": \"secret-service\"|\"file\", \"accounts\": [...]}",
+       runLogins},
   };
   return verbs;
 }
