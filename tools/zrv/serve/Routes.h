@@ -8,3 +8,4 @@ class Server;
 }
 
 void registerStatusRoutes(httplib::Server& server, DemoState& state);
+void registerInvasionRoutes(httplib::Server& server, DemoState& state);
