@@ -33,7 +33,8 @@ class ZRVInvasionManager {
   ///  - (true, [], "Invasions" error 6) when the feed's "error" is not null (its text, or "" when the member is
   ///    missing) or when it lists no invasions (the main bundle's "INVASION_MANAGER_NO_INVASIONS" text);
   ///  - (true, records, none) otherwise, in the feed's order. Entries that are not objects, lack a "type" or
-  ///    "progress" text, or whose progress is not two whole numbers around a "/" are left out.
+  ///    "progress" text, have a progress that is not two whole numbers around a "/", or an "asOf" that is
+  ///    neither a number nor a text are left out (a null "asOf" counts as none: the local time is used).
   /// An invasion's id is made of its total, type and district, not of its defeated count, so that it stays
   /// the same while the invasion progresses and the tracker can measure its rate.
   void currentInvasions(Completion completion);

@@ -145,10 +145,12 @@ TEST_F(InvasionFeed, MalformedEntriesAreLeftOut) {
       "Numeric type": {"type": 7, "progress": "1/2"},
       "Not an entry": [1, 2],
       "Odd time": {"type": "Foghorn", "progress": "1/2", "asOf": {"at": 3}},
-      "Without time": {"type": "Sandbagger", "progress": " 4/9", "asOf": null}}})");
+      "Without time": {"type": "Sandbagger", "progress": " 4/9"},
+      "Null time": {"type": "Sandbagger", "progress": "5/9", "asOf": null}}})");
   ASSERT_TRUE(outcome.reached);
   EXPECT_FALSE(outcome.error);
-  ASSERT_EQ(outcome.invasions.size(), 1u);
+  ASSERT_EQ(outcome.invasions.size(), 2u);
+  EXPECT_EQ(outcome.invasions[1]["district"], "Null time");
   const ZRVJSON& record = outcome.invasions[0];
   EXPECT_EQ(record["district"], "Without time");
   EXPECT_EQ(record["defeated"], 4);
