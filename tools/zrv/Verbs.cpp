@@ -37,6 +37,21 @@ const std::vector<Verb>& allVerbs() {
        "`zrv logins remove USER` forgets the saved login of USER (exit status 1 when there was none).\n"
        "  --json   print {\"store\": \"secret-service\"|\"file\", \"accounts\": [...]}",
        runLogins},
+      {"invasions", "invasions [--json] [--fresh]", "Lists the invasions under way and their defeat rates.",
+       "Asks the web API for the current invasions and shows each with its department, progress, defeat\n"
+       "rate and the estimated time left. Rates are measured from the first time zrv saw an invasion\n"
+       "(kept in $XDG_CACHE_HOME/zrv); until they can be, they show as 1.50.\n"
+       "Exit status: 0 listed (or none under way), 1 the feed reported an error, 3 feed unreachable.\n"
+       "  --json    print the invasion records as a JSON array\n"
+       "  --fresh   forget the invasions seen before and measure from now",
+       runInvasions},
+      {"options", "options [--file PATH] [set antialiasing N|music on|off|sfx on|off]",
+       "Shows or changes the game's antialiasing, music and sound-effect options.",
+       "Reads the game's settings file in the launcher's container (under $XDG_DATA_HOME) and shows the\n"
+       "three options, or changes one of them and keeps everything else in the file. The game must have\n"
+       "written the file once. Exit status: 0 done, 1 no usable settings file, 2 bad command line.\n"
+       "  --file PATH   use another settings file",
+       runOptions},
   };
   return verbs;
 }

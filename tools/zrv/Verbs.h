@@ -27,3 +27,5 @@ int runServe(const std::vector<std::string>& words);
 int runDemo(const std::vector<std::string>& words);
 int runLogin(const std::vector<std::string>& words);
 int runLogins(const std::vector<std::string>& words);
+int runInvasions(const std::vector<std::string>& words);
+int runOptions(const std::vector<std::string>& words);

@@ -9,3 +9,4 @@ class Server;
 
 void registerStatusRoutes(httplib::Server& server, DemoState& state);
 void registerLoginRoutes(httplib::Server& server, DemoState& state);
+void registerInvasionRoutes(httplib::Server& server, DemoState& state);
