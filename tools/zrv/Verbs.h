@@ -25,3 +25,6 @@ const std::vector<Verb>& allVerbs();
 int runStatus(const std::vector<std::string>& words);
 int runServe(const std::vector<std::string>& words);
 int runDemo(const std::vector<std::string>& words);
+int runUnzip(const std::vector<std::string>& words);
+int runZip(const std::vector<std::string>& words);
+int runLaunch(const std::vector<std::string>& words);
