@@ -46,7 +46,7 @@ bool isEmptyArchive(const fs::path& path) {
 SSZipArchiveUnzipper::SSZipArchiveUnzipper(const fs::path& path, const fs::path& destination, bool overwrite,
                                            const std::optional<std::string>& password,
                                            const SSZipArchiveDelegate& delegate)
-    : path_(path), destination_(destination), overwrite_(overwrite), password_(password), delegate_(delegate),
+    : path_(path), destinationPath_(destination), overwrite_(overwrite), password_(password), delegate_(delegate),
       buffer_(kChunkSize) {}
 
 bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
@@ -71,9 +71,10 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
     unzClose(zip_);
     return openFailure(SSZipArchive::kErrorFailedToOpenFirstFile, "failed to open first file in zip file");
   }
-  if (destination_.openError() != 0) {
+  destinationFolder_.emplace(destinationPath_);
+  if (destination().openError() != 0) {
     ZRVLog::format("[SSZipArchive] Error: %@",
-                   ZRVError::file(destination_.openError(), destination_.root()).localizedDescription());
+                   ZRVError::file(destination().openError(), destination().root()).localizedDescription());
     unzClose(zip_);
     return false;
   }
@@ -138,7 +139,7 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
 
   success = success && everyEntryWritten;
   if (success && delegate_.zipArchiveDidUnzipArchiveAtPath) {
-    delegate_.zipArchiveDidUnzipArchiveAtPath(path_, globalInfo, destination_.root());
+    delegate_.zipArchiveDidUnzipArchiveAtPath(path_, globalInfo, destination().root());
   }
   return success;
 }
@@ -158,14 +159,14 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackCurrentEntry(const unz
 
   const SSZipArchive::Date date = SSZipArchive::_dateWithMSDOSFormat(info.dosDate);
   const std::size_t folderCount = isDirectory ? parts->size() : parts->size() - 1;
-  UniqueFileDescriptor folder = destination_.openFolder(*parts, folderCount, true);
+  UniqueFileDescriptor folder = destination().openFolder(*parts, folderCount, true);
   if (!folder) {
     int errorNumber = errno;
     if (errorNumber == ELOOP || errorNumber == ENOTDIR) {
       return refuse(name, "a symbolic link or a file stands where a folder should be");
     }
     ZRVLog::format("[SSZipArchive] Error: %@",
-                   ZRVError::file(errorNumber, destination_.pathOf(*parts)).localizedDescription());
+                   ZRVError::file(errorNumber, destination().pathOf(*parts)).localizedDescription());
     return Outcome::failed;
   }
   if (isDirectory) {
@@ -199,7 +200,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackLink(const unz_file_in
   }
   if (::symlinkat(target.c_str(), folder, parts.back().c_str()) != 0) {
     ZRVLog::format("Failed to create symbolic link at \"%@\" to \"%@\". symlink() error code: %d",
-                   destination_.pathOf(parts), target, errno);
+                   destination().pathOf(parts), target, errno);
   }
   return Outcome::unpacked;
 }
@@ -207,7 +208,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackLink(const unz_file_in
 SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_info& info, const std::string& name,
                                                                const ZipDestination::Parts& parts, int folder,
                                                                bool exists, const struct stat& existing) {
-  const fs::path fullPath = destination_.pathOf(parts);
+  const fs::path fullPath = destination().pathOf(parts);
   const char* leaf = parts.back().c_str();
   // A link, a device or a file with other names is replaced rather than written through.
   if (exists && !S_ISDIR(existing.st_mode) && (!S_ISREG(existing.st_mode) || existing.st_nlink > 1)) {
@@ -274,9 +275,9 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::fail(const fs::path& path, i
 void SSZipArchiveUnzipper::setRememberedAttributes() {
   // Deepest entries come last in an archive: going backwards dates the contents before their folders.
   for (auto entry = remembered_.rbegin(); entry != remembered_.rend(); ++entry) {
-    const fs::path fullPath = destination_.pathOf(entry->parts);
+    const fs::path fullPath = destination().pathOf(entry->parts);
     int errorNumber = 0;
-    UniqueFileDescriptor folder = destination_.openFolder(entry->parts, entry->parts.size() - 1, false);
+    UniqueFileDescriptor folder = destination().openFolder(entry->parts, entry->parts.size() - 1, false);
     if (!folder) errorNumber = errno;
     if (folder) {
       const timespec times[2] = {{0, UTIME_OMIT}, timespecOf(entry->date)};

@@ -41,7 +41,9 @@ class SSZipArchiveUnzipper {
   void setRememberedAttributes();
 
   std::filesystem::path path_;
-  ZipDestination destination_;
+  std::filesystem::path destinationPath_;
+  std::optional<ZipDestination> destinationFolder_;  ///< opened (and created) once the archive has entries
+  const ZipDestination& destination() const { return *destinationFolder_; }
   bool overwrite_;
   std::optional<std::string> password_;
   const SSZipArchiveDelegate& delegate_;

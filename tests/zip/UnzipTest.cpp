@@ -158,6 +158,7 @@ TEST(Unzip, OpeningFailuresProduceErrors) {
     EXPECT_EQ(error->code(), c.code);
     EXPECT_EQ(error->userInfo().value("NSLocalizedDescription", ""), c.description);
     EXPECT_FALSE(SSZipArchive::unzipFileAtPath(c.archive, temporary / "out"));
+    EXPECT_FALSE(fs::exists(temporary / "out"));  // nothing to unpack, nothing created
   }
 }
 
