@@ -61,7 +61,12 @@ const Corpus& corpus() {
   return made;
 }
 
-std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
+std::string quoted(const fs::path& path) {
+  std::string text = "'";
+  text += path.string();
+  text += '\'';
+  return text;
+}
 
 // `commandLine` gets the archive and the destination.
 template <class CommandLine>
