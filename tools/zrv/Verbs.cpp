@@ -52,6 +52,26 @@ const std::vector<Verb>& allVerbs() {
        "written the file once. Exit status: 0 done, 1 no usable settings file, 2 bad command line.\n"
        "  --file PATH   use another settings file",
        runOptions},
+      {"unzip", "unzip ARCHIVE DEST [--no-overwrite] [--password P]", "Unpacks a zip archive into a folder.",
+       "Unpacks ARCHIVE into DEST (created when missing) with dates, permissions and links. Entries that would\n"
+       "land outside DEST, be written through a link, or links pointing out of DEST are refused.\n"
+       "Exit status: 0 every entry unpacked, 1 otherwise.\n"
+       "  --no-overwrite   keep files that are already there\n"
+       "  --password P     password of encrypted entries (needs a minizip built with decryption)",
+       runUnzip},
+      {"zip", "zip ARCHIVE PATH...", "Writes a zip archive.",
+       "Writes ARCHIVE (replacing it) from the files PATH..., each under its own name, or from the contents of\n"
+       "one folder PATH, each file under its path inside the folder.\n"
+       "Exit status: 0 written, 1 a file could not be read or the archive written.",
+       runZip},
+      {"launch", "launch --cookie C --gameserver G [--persistent]", "Starts the game and waits for it.",
+       "Unpacks the launcher's frameworks into the container (once per process, as the launcher does), starts\n"
+       "the container's \"Quillmoor\" with the play cookie and game server, and waits for it to end.\n"
+       "Exit status: the game's own (128 + N for a game killed by signal N), 1 when it could not start.\n"
+       "  --cookie C       the play cookie of a login (visible to other local users in the process list)\n"
+       "  --gameserver G   the game server address of the login\n"
+       "  --persistent     tell the game to keep the cookie",
+       runLaunch},
   };
   return verbs;
 }

@@ -29,3 +29,6 @@ int runLogin(const std::vector<std::string>& words);
 int runLogins(const std::vector<std::string>& words);
 int runInvasions(const std::vector<std::string>& words);
 int runOptions(const std::vector<std::string>& words);
+int runUnzip(const std::vector<std::string>& words);
+int runZip(const std::vector<std::string>& words);
+int runLaunch(const std::vector<std::string>& words);
