@@ -32,3 +32,5 @@ int runOptions(const std::vector<std::string>& words);
 int runUnzip(const std::vector<std::string>& words);
 int runZip(const std::vector<std::string>& words);
 int runLaunch(const std::vector<std::string>& words);
+int runDiff(const std::vector<std::string>& words);
+int runPatch(const std::vector<std::string>& words);

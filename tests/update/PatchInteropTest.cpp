@@ -1,0 +1,124 @@
+// Patches travel both ways between this library and Debian's bsdiff/bspatch, over files of several shapes.
+
+#include "support/TemporaryDirectory.h"
+
+#include <patchmaker/PatchMaker.h>
+
+#include <ZRVKit/bsdiff.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <random>
+
+namespace {
+
+ZRVData randomBytes(std::size_t length, unsigned seed) {
+  std::mt19937 random(seed);
+  ZRVData bytes(length);
+  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
+  return bytes;
+}
+
+/// Records of a little game-like table: repeated structure with a changing counter.
+ZRVData structuredBytes(std::size_t records, unsigned salt) {
+  ZRVData bytes;
+  for (std::size_t i = 0; i < records; ++i) {
+    std::string record = "item:" + std::to_string(i * 7 + salt % 3) + ";hp=" + std::to_string(100 + i % 17) + "\n";
+    bytes.insert(bytes.end(), record.begin(), record.end());
+  }
+  return bytes;
+}
+
+ZRVData concat(std::initializer_list<ZRVData> parts) {
+  ZRVData all;
+  for (const ZRVData& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+ZRVData slice(const ZRVData& data, std::size_t from, std::size_t to) { return ZRVData(data.begin() + from, data.begin() + to); }
+
+void save(const std::filesystem::path& file, const ZRVData& bytes) {
+  std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+ZRVData load(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return ZRVData(std::istreambuf_iterator<char>(stream), {});
+}
+
+int run(const std::string& command) {
+  int status = std::system((command + " 2>/dev/null").c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+struct Shape {
+  const char* name;
+  ZRVData old, now;
+};
+
+std::vector<Shape> shapes() {
+  const ZRVData base = randomBytes(200000, 1);
+  const ZRVData table = structuredBytes(20000, 0);
+  return {
+      {"empty old", {}, randomBytes(5000, 2)},
+      {"empty new", randomBytes(5000, 3), {}},
+      {"both empty", {}, {}},
+      {"identical", base, base},
+      {"unrelated random data", randomBytes(70000, 4), randomBytes(90000, 5)},
+      {"inserted block", base, concat({slice(base, 0, 80000), randomBytes(3000, 6), slice(base, 80000, base.size())})},
+      {"deleted block", base, concat({slice(base, 0, 50000), slice(base, 120000, base.size())})},
+      {"edited table", table, concat({slice(structuredBytes(20000, 1), 0, 150000), slice(table, 160000, table.size())})},
+  };
+}
+
+TEST(PatchInterop, debianPatchesApplyThroughZrvLikeBspatch) {
+  TemporaryDirectory folder;
+  const auto file = [&](const char* name) { return (folder / name).string(); };
+  for (const Shape& shape : shapes()) {
+    // Debian's bsdiff cannot map empty files, so it makes no patch for them.
+    if (shape.old.empty() || shape.now.empty()) continue;
+    save(file("old"), shape.old);
+    save(file("new"), shape.now);
+    ASSERT_EQ(run("bsdiff " + file("old") + " " + file("new") + " " + file("patch")), 0) << "is bsdiff installed?";
+    ASSERT_EQ(run("bspatch " + file("old") + " " + file("by-bspatch") + " " + file("patch")), 0) << shape.name;
+    ASSERT_EQ(run(std::string(ZRV_TOOL_PATH) + " patch " + file("old") + " " + file("patch") + " " + file("by-zrv")), 0)
+        << shape.name;
+    EXPECT_EQ(load(file("by-zrv")), load(file("by-bspatch"))) << shape.name;
+    EXPECT_EQ(load(file("by-zrv")), shape.now) << shape.name;
+  }
+}
+
+TEST(PatchInterop, patchMakerPatchesApplyWithBspatchAndTheLibrary) {
+  TemporaryDirectory folder;
+  const auto file = [&](const char* name) { return (folder / name).string(); };
+  for (const Shape& shape : shapes()) {
+    const ZRVData compressed = makePatch(shape.old, shape.now, false);
+    save(file("old"), shape.old);
+    save(file("patch"), compressed);
+    ASSERT_EQ(run("bspatch " + file("old") + " " + file("by-bspatch") + " " + file("patch")), 0) << shape.name;
+    EXPECT_EQ(load(file("by-bspatch")), shape.now) << shape.name;
+    EXPECT_EQ(bsdiff::patch(shape.old, compressed), shape.now) << shape.name;
+    EXPECT_EQ(bsdiff::patch(shape.old, makePatch(shape.old, shape.now, true)), shape.now) << shape.name;
+  }
+}
+
+TEST(PatchInterop, zrvPatchReportsACorruptPatchAndWritesNothing) {
+  TemporaryDirectory folder;
+  save(folder / "old", {1, 2, 3});
+  ZRVData patch = makePatch({1, 2, 3}, {1, 2, 3, 4}, false);
+  patch[31] = 0x7f;  // a new size far beyond what the streams hold
+  save(folder / "patch", patch);
+  std::string command = std::string(ZRV_TOOL_PATH) + " patch " + (folder / "old").string() + " " +
+                        (folder / "patch").string() + " " + (folder / "new").string() + " 2>" +
+                        (folder / "stderr").string();
+  int status = std::system(command.c_str());
+  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1);
+  EXPECT_EQ(readFile(folder / "stderr"), "zrv patch: bsdiff: Corrupt patch\n");
+  EXPECT_FALSE(std::filesystem::exists(folder / "new"));
+}
+
+}  // namespace
