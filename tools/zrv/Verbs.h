@@ -25,3 +25,5 @@ const std::vector<Verb>& allVerbs();
 int runStatus(const std::vector<std::string>& words);
 int runServe(const std::vector<std::string>& words);
 int runDemo(const std::vector<std::string>& words);
+int runUpdate(const std::vector<std::string>& words);
+int runPublish(const std::vector<std::string>& words);

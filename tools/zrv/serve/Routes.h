@@ -8,3 +8,4 @@ class Server;
 }
 
 void registerStatusRoutes(httplib::Server& server, DemoState& state);
+void registerContentRoutes(httplib::Server& server, DemoState& state);
