@@ -34,6 +34,15 @@ const std::vector<Verb>& allVerbs() {
        "Starts the embedded server on a free loopback port, points the library at it and runs the\n"
        "launcher's flow, printing each step.",
        runDemo},
+      {"diff", "diff OLD NEW PATCH [--raw]", "Makes a binary patch that turns OLD into NEW.",
+       "Writes a bsdiff patch: \"BSDIFF40\" with bzip2-compressed streams, or \"BSDIFN40\" with the streams\n"
+       "stored raw.\n"
+       "  --raw   store the streams uncompressed",
+       runDiff},
+      {"patch", "patch OLD PATCH NEW", "Applies a binary patch to OLD and writes NEW.",
+       "Applies a \"BSDIFF40\" or \"BSDIFN40\" patch through the library. A corrupt patch prints the failure\n"
+       "(e.g. \"bsdiff: Corrupt patch\") and exits with status 1; NEW is then left alone.",
+       runPatch},
   };
   return verbs;
 }

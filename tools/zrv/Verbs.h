@@ -27,3 +27,5 @@ int runServe(const std::vector<std::string>& words);
 int runDemo(const std::vector<std::string>& words);
 int runUpdate(const std::vector<std::string>& words);
 int runPublish(const std::vector<std::string>& words);
+int runDiff(const std::vector<std::string>& words);
+int runPatch(const std::vector<std::string>& words);
