@@ -9,6 +9,7 @@ find_package(ZLIB REQUIRED)
 find_package(nlohmann_json 3.10 REQUIRED)
 pkg_check_modules(Minizip REQUIRED IMPORTED_TARGET minizip)
 pkg_check_modules(Libsecret REQUIRED IMPORTED_TARGET libsecret-1)
+pkg_check_modules(Glib REQUIRED IMPORTED_TARGET glib-2.0 gio-2.0)
 
 if(ZRV_BUILD_TOOLS OR ZRV_BUILD_TESTS)
   pkg_check_modules(Httplib REQUIRED IMPORTED_TARGET cpp-httplib)

@@ -79,7 +79,11 @@ std::optional<std::filesystem::path> ZRVBundle::URLForResource(std::string_view 
   auto directory = resourceDirectory();
   if (!directory) return std::nullopt;
   std::string file(name);
-  if (!extension.empty()) file += "." + std::string(extension);
+  if (!extension.empty()) {
+    // Appended piecewise: GCC 12 at -O2 reports a false -Wrestrict for "." + std::string(extension).
+    file += '.';
+    file += extension;
+  }
   std::filesystem::path candidate = *directory / file;
   std::error_code error;
   if (!std::filesystem::exists(candidate, error)) return std::nullopt;

@@ -12,6 +12,8 @@ const std::vector<Verb>& allVerbs() {
        "  --port N         port to listen on (default 8080; 0 picks a free one)\n"
        "  --host ADDRESS   address to listen on (default 127.0.0.1)\n"
        "  --content DIR    serve a tree made by `zrv publish` (content/, mirrors.txt, /api/mirrors)",
+       "Demo accounts of /api/login: player/quillmoor signs in at once; twofactor/quillmoor asks for the\n"
+       "code 123456; queued/quillmoor waits three turns in the login queue; other passwords are refused.",
        runServe},
       {"update", "update [--install DIR] [--dev] [--stall-timeout SECONDS]", "Brings the game files up to date.",
        "Checks every game file against the patch manifest and patches or downloads what differs.\n"
@@ -43,6 +45,60 @@ const std::vector<Verb>& allVerbs() {
        "Applies a \"BSDIFF40\" or \"BSDIFN40\" patch through the library. A corrupt patch prints the failure\n"
        "(e.g. \"bsdiff: Corrupt patch\") and exits with status 1; NEW is then left alone.",
        runPatch},
+      {"login", "login USER [--remember] [--password-stdin] [--forget-saved] [--json] [--timeout SECONDS]",
+       "Signs in to the game's login service.",
+       "Signs USER in. With a saved login for USER it signs in with the saved cookie; otherwise it asks for\n"
+       "the password on the terminal without echo, and for a two-factor code when the server wants one.\n"
+       "A successful login saves the play cookie (see `zrv logins`). Against `zrv serve`, try player,\n"
+       "twofactor (code 123456) or queued, each with the password quillmoor.\n"
+       "Exit status: 0 signed in, 1 refused, 3 no usable answer from the login server.\n"
+       "  --remember         ask the server for a lasting login\n"
+       "  --password-stdin   read the password, then any two-factor code, as lines of standard input\n"
+       "  --forget-saved     ignore the saved login and use the password\n"
+       "  --json             print {\"status\": N, \"response\": {the server's answer}}\n"
+       "  --timeout SECONDS  give up waiting for an answer after this long (default 300)",
+       runLogin},
+      {"logins", "logins [--json] | logins remove USER", "Lists or removes saved logins.",
+       "Lists the accounts with a saved login and says which store holds them: the Secret Service, or a\n"
+       "private file when no Secret Service answers (ZRV_SECRET_STORE=secret-service|file chooses).\n"
+       "`zrv logins remove USER` forgets the saved login of USER (exit status 1 when there was none).\n"
+       "  --json   print {\"store\": \"secret-service\"|\"file\", \"accounts\": [...]}",
+       runLogins},
+      {"invasions", "invasions [--json] [--fresh]", "Lists the invasions under way and their defeat rates.",
+       "Asks the web API for the current invasions and shows each with its department, progress, defeat\n"
+       "rate and the estimated time left. Rates are measured from the first time zrv saw an invasion\n"
+       "(kept in $XDG_CACHE_HOME/zrv); until they can be, they show as 1.50.\n"
+       "Exit status: 0 listed (or none under way), 1 the feed reported an error, 3 feed unreachable.\n"
+       "  --json    print the invasion records as a JSON array\n"
+       "  --fresh   forget the invasions seen before and measure from now",
+       runInvasions},
+      {"options", "options [--file PATH] [set antialiasing N|music on|off|sfx on|off]",
+       "Shows or changes the game's antialiasing, music and sound-effect options.",
+       "Reads the game's settings file in the launcher's container (under $XDG_DATA_HOME) and shows the\n"
+       "three options, or changes one of them and keeps everything else in the file. The game must have\n"
+       "written the file once. Exit status: 0 done, 1 no usable settings file, 2 bad command line.\n"
+       "  --file PATH   use another settings file",
+       runOptions},
+      {"unzip", "unzip ARCHIVE DEST [--no-overwrite] [--password P]", "Unpacks a zip archive into a folder.",
+       "Unpacks ARCHIVE into DEST (created when missing) with dates, permissions and links. Entries that would\n"
+       "land outside DEST, be written through a link, or links pointing out of DEST are refused.\n"
+       "Exit status: 0 every entry unpacked, 1 otherwise.\n"
+       "  --no-overwrite   keep files that are already there\n"
+       "  --password P     password of encrypted entries (needs a minizip built with decryption)",
+       runUnzip},
+      {"zip", "zip ARCHIVE PATH...", "Writes a zip archive.",
+       "Writes ARCHIVE (replacing it) from the files PATH..., each under its own name, or from the contents of\n"
+       "one folder PATH, each file under its path inside the folder.\n"
+       "Exit status: 0 written, 1 a file could not be read or the archive written.",
+       runZip},
+      {"launch", "launch --cookie C --gameserver G [--persistent]", "Starts the game and waits for it.",
+       "Unpacks the launcher's frameworks into the container (once per process, as the launcher does), starts\n"
+       "the container's \"Quillmoor\" with the play cookie and game server, and waits for it to end.\n"
+       "Exit status: the game's own (128 + N for a game killed by signal N), 1 when it could not start.\n"
+       "  --cookie C       the play cookie of a login (visible to other local users in the process list)\n"
+       "  --gameserver G   the game server address of the login\n"
+       "  --persistent     tell the game to keep the cookie",
+       runLaunch},
   };
   return verbs;
 }

@@ -13,6 +13,8 @@ DemoServer::DemoServer(DemoServerOptions options)
   server_->set_keep_alive_timeout(1);
   registerStatusRoutes(*server_, *state_);
   registerContentRoutes(*server_, *state_);
+  registerLoginRoutes(*server_, *state_);
+  registerInvasionRoutes(*server_, *state_);
 }
 
 DemoServer::~DemoServer() { stop(); }

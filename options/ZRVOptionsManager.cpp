@@ -1,0 +1,224 @@
+#include <ZRVKit/ZRVOptionsManager.h>
+
+#include <ZRVKit/ZRVException.h>
+#include <ZRVKit/ZRVFormat.h>
+#include <ZRVKit/ZRVGlobals.h>
+#include <ZRVKit/ZRVLog.h>
+
+#include "foundation/NumericValue.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <optional>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view kClassName = "ZRVOptionsManager";
+// The game's settings are a few kilobytes; a larger file is not one we should load whole.
+constexpr std::uintmax_t kMaxSettingsFileSize = 16u << 20;
+
+std::optional<std::string> readWholeFile(const fs::path& file) {
+  std::error_code error;
+  auto size = fs::file_size(file, error);
+  if (error || size > kMaxSettingsFileSize) return std::nullopt;
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) return std::nullopt;
+  std::ostringstream contents;
+  contents << stream.rdbuf();
+  if (stream.bad()) return std::nullopt;
+  return contents.str();
+}
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+// The game may read the file at any moment: it sees the old content or the new, never a half-written one.
+bool writeAtomically(const fs::path& file, std::string_view bytes) {
+  std::string temporary = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
+  int descriptor = ::mkstemp(temporary.data());
+  if (descriptor < 0) return false;
+  struct stat existing {};
+  if (::stat(file.c_str(), &existing) == 0) ::fchmod(descriptor, existing.st_mode & 07777);
+  bool written = writeAll(descriptor, bytes) && ::fsync(descriptor) == 0;
+  written = ::close(descriptor) == 0 && written;
+  if (!written || ::rename(temporary.c_str(), file.c_str()) != 0) {
+    ::unlink(temporary.c_str());
+    return false;
+  }
+  return true;
+}
+
+// Replaces `section` of `settings` by a copy changed by `change`; the game must have written the section.
+template <class Change>
+void changeSection(ZRVJSON& settings, const char* section, const fs::path& file, Change change) {
+  auto found = settings.find(section);
+  if (found == settings.end() || !found->is_object()) {
+    throw ZRVException(std::string(ZRVOptionsManager::kInvalidArgumentException),
+                       ZRVFormat("The settings file %@ has no \"%@\" section; start the game once to create it.",
+                                 file, section));
+  }
+  ZRVJSON copy = *found;
+  change(copy);
+  *found = std::move(copy);
+}
+
+}  // namespace
+
+ZRVOptionsManager& ZRVOptionsManager::sharedManager() {
+  static auto* manager = new ZRVOptionsManager();
+  return *manager;
+}
+
+ZRVOptionsManager::ZRVOptionsManager() : ZRVOptionsManager(ZRVGlobals::defaultGlobals().gameSettingsFileURL()) {}
+
+ZRVOptionsManager::ZRVOptionsManager(fs::path settingsFileURL) : settingsFileURL_(std::move(settingsFileURL)) {}
+
+fs::path ZRVOptionsManager::settingsFileURL() const {
+  std::lock_guard lock(mutex_);
+  return settingsFileURL_;
+}
+
+void ZRVOptionsManager::setSettingsFileURL(fs::path url) {
+  std::lock_guard lock(mutex_);
+  settingsFileURL_ = std::move(url);
+}
+
+std::int64_t ZRVOptionsManager::antialiasing() const {
+  std::lock_guard lock(mutex_);
+  return privateAntialiasing_;
+}
+
+void ZRVOptionsManager::setAntialiasing(std::int64_t level) {
+  {
+    std::lock_guard lock(mutex_);
+    privateAntialiasing_ = level;
+  }
+  saveSettings();
+}
+
+bool ZRVOptionsManager::isAntialiasingEnabled() const { return antialiasing() > 0; }
+
+void ZRVOptionsManager::setAntialiasingEnabled(bool enabled) {
+  if (!enabled) {
+    setAntialiasing(0);
+    return;
+  }
+  std::int64_t level = antialiasing();
+  setAntialiasing(level >= 1 ? level : kDefaultAntialiasingLevel);
+}
+
+bool ZRVOptionsManager::isMusicEnabled() const {
+  std::lock_guard lock(mutex_);
+  return privateEnableMusic_;
+}
+
+void ZRVOptionsManager::setEnableMusic(bool enabled) {
+  {
+    std::lock_guard lock(mutex_);
+    privateEnableMusic_ = enabled;
+  }
+  saveSettings();
+}
+
+bool ZRVOptionsManager::areSoundEffetcsEnabled() const {
+  std::lock_guard lock(mutex_);
+  return privateEnableSoundEffects_;
+}
+
+void ZRVOptionsManager::setEnableSoundEffects(bool enabled) {
+  {
+    std::lock_guard lock(mutex_);
+    privateEnableSoundEffects_ = enabled;
+  }
+  saveSettings();
+}
+
+ZRVJSON ZRVOptionsManager::initialSettings() const {
+  fs::path file = settingsFileURL();
+  auto contents = readWholeFile(file);
+  if (!contents) return ZRVJSON::object();
+  try {
+    ZRVJSON settings = ZRVJSON::parse(*contents);
+    if (settings.is_object()) return settings;
+    ZRVLog::format("-[%@ %@]+%d: error %@ reading %@.", kClassName, "initialSettings", __LINE__,
+                   "the settings are not a JSON object", file);
+  } catch (const ZRVJSON::exception& error) {
+    ZRVLog::format("-[%@ %@]+%d: error %@ reading %@.", kClassName, "initialSettings", __LINE__, error.what(), file);
+  }
+  return ZRVJSON::object();
+}
+
+void ZRVOptionsManager::loadSettings() {
+  fs::path file = settingsFileURL();
+  auto contents = readWholeFile(file);
+  if (!contents) return;
+  ZRVJSON settings;
+  try {
+    settings = ZRVJSON::parse(*contents);
+  } catch (const ZRVJSON::exception& error) {
+    // A damaged file reads as all options off.
+    ZRVLog::format("-[%@ %@]+%d: error %@ parsing %@.", kClassName, "loadSettings", __LINE__, error.what(), file);
+  }
+  auto member = [&](const char* section, const char* name) -> ZRVJSON {
+    if (!settings.is_object()) return nullptr;
+    auto found = settings.find(section);
+    if (found == settings.end() || !found->is_object()) return nullptr;
+    auto value = found->find(name);
+    return value == found->end() ? ZRVJSON() : *value;
+  };
+  std::int64_t antialiasing = zrv::integerValue(member("video", "antialiasing"));
+  bool music = zrv::boolValue(member("audio", "music"));
+  bool soundEffects = zrv::boolValue(member("audio", "sfx"));
+  std::lock_guard lock(mutex_);
+  privateAntialiasing_ = antialiasing;
+  privateEnableMusic_ = music;
+  privateEnableSoundEffects_ = soundEffects;
+}
+
+void ZRVOptionsManager::saveSettings() {
+  fs::path file;
+  std::int64_t antialiasing;
+  bool music, soundEffects;
+  {
+    std::lock_guard lock(mutex_);
+    file = settingsFileURL_;
+    antialiasing = privateAntialiasing_;
+    music = privateEnableMusic_;
+    soundEffects = privateEnableSoundEffects_;
+  }
+  // Read again at every save: the game may have changed its other settings meanwhile.
+  ZRVJSON settings = initialSettings();
+  changeSection(settings, "video", file, [&](ZRVJSON& video) { video["antialiasing"] = antialiasing; });
+  changeSection(settings, "audio", file, [&](ZRVJSON& audio) {
+    audio["music"] = music;
+    audio["sfx"] = soundEffects;
+  });
+
+  std::string bytes;
+  try {
+    bytes = settings.dump(2) + "\n";
+  } catch (const ZRVJSON::exception& error) {
+    ZRVLog::format("-[%@ %@]+%d: error %@ creating %@.", kClassName, "saveSettings", __LINE__, error.what(), file);
+    return;
+  }
+  // The "error ... writing" line marks a successful write; a failed write goes unreported. Tools that watch
+  // the log for this line depend on it.
+  if (writeAtomically(file, bytes)) {
+    ZRVLog::format("-[%@ %@]+%d: error %@ writing %@.", kClassName, "saveSettings", __LINE__, "", file);
+  }
+}

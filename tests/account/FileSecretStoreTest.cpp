@@ -1,0 +1,119 @@
+#include <ZRVKit/ZRVAuthenticator.h>
+
+#include "account/SecretStore.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class FileSecretStoreTest : public ::testing::Test {
+ protected:
+  void save(const std::string& account, const std::string& cookie) {
+    authenticator.setUsername(account);
+    authenticator.setCookie(cookie);
+    authenticator.saveLogin();
+  }
+
+  mode_t modeOf(const fs::path& path) {
+    struct stat info {};
+    EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
+    return info.st_mode & 07777;
+  }
+
+  TemporaryDirectory home;
+  ScopedEnvironment data{"XDG_DATA_HOME", home.path().string()};
+  ScopedEnvironment choice{"ZRV_SECRET_STORE", "file"};
+  fs::path folder = home / "Quillmoor Launcher";
+  fs::path file = folder / "saved-logins.json";
+  ZRVAuthenticator& authenticator = ZRVAuthenticator::defaultAuthenticator();
+};
+
+TEST_F(FileSecretStoreTest, KeepsTheCookiesPrivateAndReplacesTheFileWhole) {
+  save("bob", "cookie-1");
+  EXPECT_EQ(modeOf(folder), 0700u);
+  EXPECT_EQ(modeOf(file), 0600u);
+  struct stat before {}, after {};
+  ASSERT_EQ(stat(file.c_str(), &before), 0);
+  save("bob", "cookie-2");
+  ASSERT_EQ(stat(file.c_str(), &after), 0);
+  EXPECT_NE(after.st_ino, before.st_ino) << "the file is written in place";
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1) << "a temporary file stayed";
+  EXPECT_EQ(authenticator.loadSavedPassword("bob"), "cookie-2");
+}
+
+TEST_F(FileSecretStoreTest, AnUnsafeFileOrFolderIsNeitherReadNorWritten) {
+  const fs::path& folder = this->folder;
+  const fs::path& file = this->file;
+  struct Case {
+    const char* name;
+    std::function<void()> spoil;
+    const char* reason;
+  } cases[] = {
+      {"file open to others", [&] { chmod(file.c_str(), 0644); }, "open to group or others"},
+      {"folder open to the group", [&] { chmod(folder.c_str(), 0750); }, "open to group or others"},
+      {"file is a link",
+       [&] {
+         fs::rename(file, home / "elsewhere.json");
+         fs::create_symlink(home / "elsewhere.json", file);
+       },
+       "symbolic link"},
+      {"folder is a link",
+       [&] {
+         fs::rename(folder, home / "elsewhere");
+         fs::create_symlink(home / "elsewhere", folder);
+       },
+       "not a plain folder"},
+      {"file is not ours",
+       [&] {
+         EXPECT_EQ(chown(file.c_str(), 65534, 65534), 0);
+       },
+       "belongs to another user"},
+      {"file is not a saved-login file", [&] { writeFile(file, "not JSON"); chmod(file.c_str(), 0600); },
+       "is not a saved-login file"},
+  };
+  for (auto& c : cases) {
+    if (std::string(c.name) == "file is not ours" && geteuid() != 0) continue;  // only root can give a file away
+    fs::remove_all(home / "elsewhere");
+    fs::remove(home / "elsewhere.json");
+    fs::remove_all(folder);  // or the link left by the case before
+    save("bob", "cookie-1");
+    ASSERT_EQ(authenticator.loadSavedPassword("bob"), "cookie-1") << c.name;
+    c.spoil();
+
+    LogCapture log;
+    EXPECT_EQ(authenticator.loadSavedPassword("bob"), std::nullopt) << c.name;
+    EXPECT_TRUE(authenticator.loadSavedLogins().empty()) << c.name;
+    save("bob", "cookie-2");
+    save("alice", "cookie-3");
+    EXPECT_TRUE(log.contains(c.reason)) << c.name;
+    for (const std::string& line : log.lines()) EXPECT_EQ(line.find("cookie-"), std::string::npos) << line;
+    EXPECT_EQ(readFile(fs::exists(home / "elsewhere.json") ? home / "elsewhere.json" : file).find("cookie-2"),
+              std::string::npos)
+        << c.name;
+  }
+}
+
+TEST_F(FileSecretStoreTest, TheFileIsUsedOnlyWhenNoSecretServiceAnswers) {
+  ScopedEnvironment automatic("ZRV_SECRET_STORE", std::nullopt);
+  {
+    ScopedEnvironment noBus("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
+    EXPECT_EQ(ZRVAuthenticator::secretStoreName(), "file");
+  }
+  {
+    ScopedEnvironment deadBus("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (home / "no-bus").string());
+    EXPECT_EQ(ZRVAuthenticator::secretStoreName(), "file");
+  }
+  ScopedEnvironment forced("ZRV_SECRET_STORE", "secret-service");
+  EXPECT_EQ(ZRVAuthenticator::secretStoreName(), "secret-service");
+}
+
+}  // namespace

@@ -1,0 +1,164 @@
+#include <ZRVKit/ZRVBundle.h>
+#include <ZRVKit/ZRVHosts.h>
+#include <ZRVKit/ZRVInvasionManager.h>
+#include <ZRVKit/ZRVInvasionTracker.h>
+#include <ZRVKit/ZRVOperationQueue.h>
+
+#include "support/LoopbackServer.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Outcome {
+  bool reached;
+  std::vector<ZRVJSON> invasions;
+  std::optional<ZRVError> error;
+  bool onWorkQueue;
+};
+
+Outcome askInvasions() {
+  std::promise<Outcome> reported;
+  ZRVInvasionManager::sharedManager().currentInvasions(
+      [&](bool reached, std::vector<ZRVJSON> invasions, std::optional<ZRVError> error) {
+        reported.set_value({reached, std::move(invasions), std::move(error),
+                            ZRVOperationQueue::currentQueue() == &ZRVOperationQueue::workQueue()});
+      });
+  auto future = reported.get_future();
+  if (future.wait_for(10s) != std::future_status::ready) throw std::runtime_error("no invasions callback");
+  return future.get();
+}
+
+// One loopback server answering the feed, with every host redirected to it for the test's scope.
+class InvasionFeed : public ::testing::Test {
+ protected:
+  void SetUp() override { ZRVHosts::setRedirect(server.baseAddress()); }
+  void TearDown() override { ZRVHosts::setRedirect(std::nullopt); }
+
+  Outcome answer(const std::string& body, int status = 200) {
+    server.on("GET", "/api/invasions", ScriptedResponse::json(body, status));
+    return askInvasions();
+  }
+
+  LoopbackServer server;
+};
+
+std::string message(const ZRVError& error) { return error.userInfo().value("error", "<absent>"); }
+
+}  // namespace
+
+TEST_F(InvasionFeed, AnswersWithoutInvasions) {
+  ZRVBundle::mainBundle().setBuiltInTable("Localizable", "en",
+                                          R"({"INVASION_MANAGER_NO_INVASIONS": "All quiet on the quays."})");
+  ZRVBundle::mainBundle().setLanguage("en");
+  const std::string domain = ZRVBundle::mainBundle().bundleIdentifier() + ".Invasions";
+  struct Case {
+    const char* name;
+    std::string body;
+    int status;
+    bool reached;
+    std::optional<std::string> invasionMessage;  // nothing: not an "Invasions" error
+  } cases[] = {
+      {"no invasions", R"({"error": null, "invasions": {}})", 200, true, "All quiet on the quays."},
+      {"no invasions member", R"({"error": null})", 200, true, "All quiet on the quays."},
+      {"no error member", R"({"invasions": {"Gullhaven": {"type": "Foghorn", "progress": "1/2"}}})", 200, true, ""},
+      {"an error text", R"({"error": "The ledger is closed.", "invasions": {}})", 200, true, "The ledger is closed."},
+      {"service unavailable", R"({"error": null, "invasions": {}})", 503, false, std::nullopt},
+      {"not JSON", "<html>", 200, true, std::nullopt},
+  };
+  for (const auto& c : cases) {
+    Outcome outcome = answer(c.body, c.status);
+    EXPECT_EQ(outcome.reached, c.reached) << c.name;
+    EXPECT_TRUE(outcome.invasions.empty()) << c.name;
+    EXPECT_TRUE(outcome.onWorkQueue) << c.name;
+    if (c.invasionMessage) {
+      ASSERT_TRUE(outcome.error) << c.name;
+      EXPECT_EQ(outcome.error->domain(), domain) << c.name;
+      EXPECT_EQ(outcome.error->code(), 6) << c.name;
+      EXPECT_EQ(message(*outcome.error), *c.invasionMessage) << c.name;
+    } else if (c.status == 200) {
+      ASSERT_TRUE(outcome.error) << c.name;
+      EXPECT_NE(outcome.error->domain(), domain) << c.name;
+    } else {
+      EXPECT_FALSE(outcome.error && outcome.error->domain() == domain) << c.name;
+    }
+  }
+  ZRVBundle::mainBundle().setBuiltInTable("Localizable", "en", "{}");
+  ZRVBundle::mainBundle().setLanguage(std::nullopt);
+}
+
+TEST_F(InvasionFeed, RecordsKeepTheFeedsSpellingAndOrder) {
+  Outcome outcome = answer(R"({"error": null, "invasions": {
+      "Gullhaven": {"type": "Quill-snapper", "progress": "1200/5000", "asOf": 1700000000},
+      "Brinemarket": {"type": "GULL INSPECTOR", "progress": "10/800", "asOf": "1700000000.5"},
+      "Old Pier": {"type": "Unheard-of Thing", "progress": "3/70", "asOf": 1700000000}}})");
+  ASSERT_TRUE(outcome.reached);
+  EXPECT_FALSE(outcome.error);
+  ASSERT_EQ(outcome.invasions.size(), 3u);
+  EXPECT_EQ(outcome.invasions[0], (ZRVJSON{{"district", "Gullhaven"},
+                                           {"type", "Quill-snapper"},
+                                           {"suit", "Northwing"},
+                                           {"progress", "1200/5000"},
+                                           {"defeat_rate", 1.5},
+                                           {"defeated", 1200},
+                                           {"total", 5000},
+                                           {"as_of", 1700000000.0},
+                                           {"id", "a97-4188-eafa-581cb"}}));
+  EXPECT_EQ(outcome.invasions[1]["district"], "Brinemarket");
+  EXPECT_EQ(outcome.invasions[1]["type"], "GULL INSPECTOR");
+  EXPECT_EQ(outcome.invasions[1]["suit"], "Eastwing");
+  EXPECT_DOUBLE_EQ(outcome.invasions[1]["as_of"].get<double>(), 1700000000.5);
+  EXPECT_EQ(outcome.invasions[2]["suit"], "Northwing");
+  EXPECT_EQ(server.requests().back().header("User-Agent"),
+            ZRVBundle::mainBundle().bundleIdentifier() + ".OSX.InvasionManager");
+}
+
+TEST_F(InvasionFeed, IdsHoldWhileAnInvasionProgressesAndRatesAreMeasured) {
+  server.onSequence("GET", "/api/invasions",
+                    {ScriptedResponse::json(R"({"error": null, "invasions": {
+                         "Gullhaven": {"type": "Foghorn", "progress": "100/4000", "asOf": 5000},
+                         "Saltmarsh": {"type": "Undertow", "progress": "0/900", "asOf": 5000}}})"),
+                     ScriptedResponse::json(R"({"error": null, "invasions": {
+                         "Gullhaven": {"type": "Foghorn", "progress": "220/4000", "asOf": "5060"},
+                         "Saltmarsh": {"type": "Undertow", "progress": "0/901", "asOf": 5060}}})")});
+  Outcome first = askInvasions();
+  Outcome second = askInvasions();
+  ASSERT_EQ(first.invasions.size(), 2u);
+  ASSERT_EQ(second.invasions.size(), 2u);
+  EXPECT_EQ(first.invasions[0]["id"], second.invasions[0]["id"]);
+  EXPECT_DOUBLE_EQ(second.invasions[0]["defeat_rate"].get<double>(), 2.0);
+  // Another size in the same district is another invasion, and the one it replaced is forgotten.
+  EXPECT_NE(first.invasions[1]["id"], second.invasions[1]["id"]);
+  EXPECT_EQ(ZRVInvasionTracker::invasionTracker().invasions().count(first.invasions[1]["id"].get<std::string>()), 0u);
+}
+
+TEST_F(InvasionFeed, MalformedEntriesAreLeftOut) {
+  Outcome outcome = answer(R"({"error": null, "invasions": {
+      "No slash": {"type": "Foghorn", "progress": "120"},
+      "Words": {"type": "Foghorn", "progress": "many/few"},
+      "No type": {"progress": "1/2"},
+      "Numeric type": {"type": 7, "progress": "1/2"},
+      "Not an entry": [1, 2],
+      "Odd time": {"type": "Foghorn", "progress": "1/2", "asOf": {"at": 3}},
+      "Without time": {"type": "Sandbagger", "progress": " 4/9"},
+      "Null time": {"type": "Sandbagger", "progress": "5/9", "asOf": null}}})");
+  ASSERT_TRUE(outcome.reached);
+  EXPECT_FALSE(outcome.error);
+  ASSERT_EQ(outcome.invasions.size(), 2u);
+  EXPECT_EQ(outcome.invasions[1]["district"], "Null time");
+  const ZRVJSON& record = outcome.invasions[0];
+  EXPECT_EQ(record["district"], "Without time");
+  EXPECT_EQ(record["defeated"], 4);
+  EXPECT_EQ(record["defeat_rate"], 1.5);
+  // A missing time is the local time, handed to the tracker as text.
+  double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  EXPECT_NEAR(record["as_of"].get<double>(), now, 60);
+  auto baseline = ZRVInvasionTracker::invasionTracker().invasions().at(record["id"].get<std::string>());
+  EXPECT_TRUE(baseline["as_of"].is_string());
+  EXPECT_EQ(baseline["defeated"], " 4");
+}

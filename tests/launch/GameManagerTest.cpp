@@ -1,0 +1,171 @@
+#include <ZRVKit/ZRVGameManager.h>
+#include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVMainQueue.h>
+
+#include <support/LogCapture.h>
+#include <support/TemporaryDirectory.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+// A container in a temporary data folder holding the stand-in game as "Quillmoor".
+class GameManagerTest : public testing::Test {
+ protected:
+  TemporaryDirectory temporary;
+  ScopedEnvironment dataHome{"XDG_DATA_HOME", temporary.path().string()};
+  fs::path container = temporary / "Quillmoor";
+  fs::path report = temporary / "report.json";
+  ScopedEnvironment reportFile{"ZRV_FAKE_GAME_REPORT", report.string()};
+
+  void installGame() {
+    fs::create_directories(container);
+    fs::copy_file(ZRV_FAKE_GAME, container / "Quillmoor");
+  }
+
+  struct Run {
+    std::vector<std::string> events;
+    int status = -1;
+  };
+
+  // Starts the game and pumps the main queue until it is reported as ended.
+  Run startAndWait(ZRVGameManager& manager, std::optional<std::string> cookie, std::optional<std::string> server,
+                   bool persistent) {
+    Run run;
+    bool ended = false;
+    manager.startGameWithCookie(
+        std::move(cookie), std::move(server), persistent,
+        [&](bool started) {
+          EXPECT_TRUE(ZRVMainQueue::isMainThread());
+          run.events.push_back(started ? "started" : "started(false)");
+        },
+        [&](bool exited, int status) {
+          EXPECT_TRUE(ZRVMainQueue::isMainThread());
+          run.events.push_back(exited ? "exited" : "exited(false)");
+          run.status = status;
+          ended = true;
+        });
+    EXPECT_TRUE(ZRVOperationQueue::mainQueue().runUntil([&] { return ended; }, 20s));
+    return run;
+  }
+
+  ZRVJSON readReport() const { return ZRVJSON::parse(readFile(report)); }
+};
+
+}  // namespace
+
+TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptors) {
+  installGame();
+  ScopedEnvironment inheritedLoaderPath("LD_LIBRARY_PATH", "/inherited/lib");
+  ScopedEnvironment inheritedDyld("DYLD_LIBRARY_PATH", "/inherited/dyld");
+  ScopedEnvironment unrelated("ZRV_UNRELATED", "passed on");
+  // A descriptor the launcher leaves open without close-on-exec must still not reach the game.
+  int leaked = open("/dev/null", O_RDONLY);
+  ASSERT_GE(leaked, 3);
+
+  ZRVGameManager manager;
+  Run run = startAndWait(manager, "the-cookie", "game.example:7000", true);
+  close(leaked);
+  EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"}));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_GT(manager.task(), 0);
+
+  ZRVJSON game = readReport();
+  const ZRVJSON& environment = game["environment"];
+  const std::string root = container.string();
+  EXPECT_EQ(environment["ZRV_PLAYCOOKIE"], "the-cookie");
+  EXPECT_EQ(environment["ZRV_GAMESERVER"], "game.example:7000");
+  EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "1");
+  EXPECT_EQ(environment["DYLD_LIBRARY_PATH"], root + "/Libraries.bundle");
+  EXPECT_EQ(environment["DYLD_FRAMEWORK_PATH"], root + "/Frameworks");
+  EXPECT_EQ(environment["LD_LIBRARY_PATH"], root + "/Libraries.bundle:" + root + "/Frameworks");
+  EXPECT_EQ(environment["ZRV_UNRELATED"], "passed on");
+  EXPECT_EQ(game["directory"], root);
+  EXPECT_EQ(game["descriptors"], (ZRVJSON{0, 1, 2}));
+}
+
+TEST_F(GameManagerTest, PersistenceFlagAndAbsentValues) {
+  installGame();
+  ScopedEnvironment inheritedCookie("ZRV_PLAYCOOKIE", "stale");
+  ZRVGameManager manager;
+  startAndWait(manager, std::nullopt, std::nullopt, false);
+  ZRVJSON environment = readReport()["environment"];
+  EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "0");
+  EXPECT_FALSE(environment.contains("ZRV_PLAYCOOKIE"));
+  EXPECT_FALSE(environment.contains("ZRV_GAMESERVER"));
+}
+
+TEST_F(GameManagerTest, ExitStatusesOfTheGame) {
+  installGame();
+  struct Case {
+    const char* variable;
+    const char* value;
+    int status;
+  };
+  const Case cases[] = {{"ZRV_FAKE_GAME_EXIT", "7", 7}, {"ZRV_FAKE_GAME_SIGNAL", "15", 128 + 15}};
+  for (const Case& c : cases) {
+    ScopedEnvironment outcome(c.variable, c.value);
+    ZRVGameManager manager;
+    Run run = startAndWait(manager, "cookie", "server", false);
+    EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"})) << c.variable;
+    EXPECT_EQ(run.status, c.status) << c.variable;
+  }
+}
+
+TEST_F(GameManagerTest, GamesThatEndAtOnceStillReportStartedFirst) {
+  installGame();
+  ZRVGameManager manager;
+  constexpr int kGames = 6;
+  std::vector<std::vector<std::string>> events(kGames);
+  int ended = 0;
+  for (int i = 0; i < kGames; ++i) {
+    manager.startGameWithCookie(
+        "cookie", "server", false, [&, i](bool) { events[i].push_back("started"); },
+        [&, i](bool, int) {
+          events[i].push_back("exited");
+          ++ended;
+        });
+  }
+  ASSERT_TRUE(ZRVOperationQueue::mainQueue().runUntil([&] { return ended == kGames; }, 20s));
+  for (const auto& game : events) EXPECT_EQ(game, (std::vector<std::string>{"started", "exited"}));
+}
+
+TEST_F(GameManagerTest, GamesThatCannotStartReport1000WithoutStarted) {
+  struct Case {
+    const char* what;
+    std::function<void(const fs::path& executable)> prepare;
+  };
+  const Case cases[] = {
+      {"missing", [](const fs::path&) {}},
+      {"not executable", [](const fs::path& executable) { writeFile(executable, "#!/bin/sh\nexit 0\n"); }},
+  };
+  for (const Case& c : cases) {
+    fs::remove_all(container);
+    fs::create_directories(container);
+    c.prepare(container / "Quillmoor");
+    LogCapture log;
+    ZRVGameManager manager;
+    Run run = startAndWait(manager, "cookie", "server", false);
+    EXPECT_EQ(run.events, (std::vector<std::string>{"exited"})) << c.what;
+    EXPECT_EQ(run.status, 1000) << c.what;
+    ASSERT_EQ(log.lines().size(), 1u) << c.what;
+    EXPECT_TRUE(log.lines()[0].starts_with(
+        "-[ZRVGameManager startGameWithCookie:andGameserver:andPersistent:started:exited:]+"))
+        << log.lines()[0];
+    EXPECT_NE(log.lines()[0].find(": exception "), std::string::npos) << log.lines()[0];
+    EXPECT_EQ(log.lines()[0].find("cookie"), std::string::npos) << "never log the cookie";
+  }
+}
+
+TEST_F(GameManagerTest, OutputIsASlotForTheApplication) {
+  ZRVGameManager manager;
+  EXPECT_EQ(manager.output(), "");
+  manager.setOutput("anything");
+  EXPECT_EQ(manager.output(), "anything");
+  EXPECT_EQ(manager.task(), 0);
+}

@@ -1,0 +1,65 @@
+#include "ZipTestSupport.h"
+
+#include <minizip/zip.h>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+void craftArchive(const fs::path& archive, const std::vector<CraftedEntry>& entries) {
+  zipFile zip = zipOpen(archive.c_str(), APPEND_STATUS_CREATE);
+  ASSERT_NE(zip, nullptr);
+  for (const CraftedEntry& entry : entries) {
+    zip_fileinfo info{};
+    info.dosDate = entry.dosDate;
+    info.external_fa = entry.externalAttributes;
+    ASSERT_EQ(zipOpenNewFileInZip(zip, entry.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, entry.method,
+                                  entry.method == 0 ? 0 : Z_DEFAULT_COMPRESSION),
+              ZIP_OK);
+    ASSERT_EQ(zipWriteInFileInZip(zip, entry.data.data(), static_cast<unsigned>(entry.data.size())), ZIP_OK);
+    ASSERT_EQ(zipCloseFileInZip(zip), ZIP_OK);
+  }
+  ASSERT_EQ(zipClose(zip, nullptr), ZIP_OK);
+}
+
+int runCommand(const std::string& commandLine) {
+  int status = std::system(commandLine.c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string quoted(const fs::path& path) {
+  std::string text = "'";
+  for (char c : path.string()) text += (c == '\'') ? std::string("'\\''") : std::string(1, c);
+  return text + "'";
+}
+
+std::vector<std::string> describeTree(const fs::path& root) {
+  std::vector<std::string> lines;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
+    struct stat info {};
+    lstat(entry.path().c_str(), &info);
+    std::ostringstream line;
+    line << entry.path().lexically_relative(root).generic_string() << ": ";
+    if (S_ISLNK(info.st_mode)) {
+      line << "link -> " << fs::read_symlink(entry.path()).string();
+    } else {
+      line << (S_ISDIR(info.st_mode) ? "dir " : "file ") << std::oct << (info.st_mode & 07777) << std::dec << " "
+           << info.st_mtim.tv_sec;
+      if (S_ISREG(info.st_mode)) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        line << " " << std::string(std::istreambuf_iterator<char>(file), {});
+      }
+    }
+    lines.push_back(line.str());
+  }
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+bool isEmptyFolder(const fs::path& folder) { return fs::is_empty(folder); }

@@ -1,0 +1,29 @@
+#pragma once
+// Archives made entry by entry with minizip, so that tests control names, attributes, methods and dates.
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct CraftedEntry {
+  std::string name;
+  std::string data;
+  int method = 8;                    ///< 0 stored, 8 deflated
+  unsigned long externalAttributes = 0;
+  unsigned long dosDate = 0x58A16410;  ///< 2024-05-01 12:32:32
+};
+
+/// Writes the entries, in order, into a new archive at `archive`.
+void craftArchive(const std::filesystem::path& archive, const std::vector<CraftedEntry>& entries);
+
+/// Runs a shell command line; returns its exit status.
+int runCommand(const std::string& commandLine);
+/// The path in single quotes for a shell command line.
+std::string quoted(const std::filesystem::path& path);
+
+/// Every item below `root` as "relative path: type mode mtime [contents|target]", sorted, for comparing trees.
+std::vector<std::string> describeTree(const std::filesystem::path& root);
+
+/// Whether anything at all is below `folder`.
+bool isEmptyFolder(const std::filesystem::path& folder);
