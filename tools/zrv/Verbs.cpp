@@ -11,7 +11,7 @@ const std::vector<Verb>& allVerbs() {
        "Serves the game's web API and content on the loopback interface for development and the demo.\n"
        "  --port N         port to listen on (default 8080; 0 picks a free one)\n"
        "  --host ADDRESS   address to listen on (default 127.0.0.1)\n"
-       "  --content DIR    serve a tree made by `zrv publish` (content/, mirrors.txt, /api/mirrors)",
+       "  --content DIR    serve a tree made by `zrv publish` (content/, mirrors.txt, /api/mirrors)\n"
        "Demo accounts of /api/login: player/quillmoor signs in at once; twofactor/quillmoor asks for the\n"
        "code 123456; queued/quillmoor waits three turns in the login queue; other passwords are refused.",
        runServe},
