@@ -9,6 +9,12 @@ std::shared_ptr<ZRVOperation> ZRVOperation::operationWithBlock(Block block) {
   return std::make_shared<ZRVOperation>(std::move(block));
 }
 
+std::shared_ptr<ZRVOperation> ZRVOperation::asynchronousOperationWithBlock(AsynchronousBlock block) {
+  auto operation = std::make_shared<ZRVOperation>(Block{});
+  operation->asynchronousBlock_ = std::move(block);
+  return operation;
+}
+
 ZRVOperation::ZRVOperation(Block block) : block_(std::move(block)) {}
 
 void ZRVOperation::addDependency(const std::shared_ptr<ZRVOperation>& operation) {
@@ -61,26 +67,37 @@ void ZRVOperation::dependencyFinished() {
 
 void ZRVOperation::run() {
   Block block;
+  AsynchronousBlock asynchronous;
   {
     std::lock_guard lock(mutex_);
     block = std::move(block_);
     block_ = nullptr;
+    asynchronous = std::move(asynchronousBlock_);
+    asynchronousBlock_ = nullptr;
   }
-  if (block) {
-    // An operation that throws must not take the queue's thread down with it.
-    try {
-      block();
-    } catch (const std::exception& exception) {
-      ZRVLog::format("Unhandled exception %@ in an operation of %@", exception.what(),
-                     queue_ ? queue_->name() : std::string("(null)"));
-    } catch (...) {
-      ZRVLog::format("Unhandled exception in an operation of %@", queue_ ? queue_->name() : std::string("(null)"));
+  // An operation that throws must not take the queue's thread down with it; it counts as finished.
+  try {
+    if (asynchronous) {
+      auto self = shared_from_this();
+      asynchronous([self] { self->markFinished(); });
+      return;
     }
+    if (block) block();
+  } catch (const std::exception& exception) {
+    ZRVLog::format("Unhandled exception %@ in an operation of %@", exception.what(),
+                   queue_ ? queue_->name() : std::string("(null)"));
+  } catch (...) {
+    ZRVLog::format("Unhandled exception in an operation of %@", queue_ ? queue_->name() : std::string("(null)"));
   }
+  markFinished();
+}
+
+void ZRVOperation::markFinished() {
   std::vector<std::shared_ptr<ZRVOperation>> dependents;
   ZRVOperationQueue* queue;
   {
     std::lock_guard lock(mutex_);
+    if (finished_) return;
     finished_ = true;
     dependents.swap(dependents_);
     queue = queue_;

@@ -13,8 +13,14 @@ class ZRVOperationQueue;
 class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
  public:
   using Block = std::function<void()>;
+  /// Starts work that ends later: the operation is finished when `finish` is called, not when the block
+  /// returns, and it holds no thread in between.
+  using AsynchronousBlock = std::function<void(std::function<void()> finish)>;
 
   static std::shared_ptr<ZRVOperation> operationWithBlock(Block block);
+  /// An operation that counts as running until its block's `finish` has been called (once; later calls do nothing).
+  /// One whose `finish` is never called never finishes, and neither do the operations that depend on it.
+  static std::shared_ptr<ZRVOperation> asynchronousOperationWithBlock(AsynchronousBlock block);
 
   /// This operation will not start before `operation` has finished. Add dependencies before queueing.
   void addDependency(const std::shared_ptr<ZRVOperation>& operation);
@@ -34,9 +40,11 @@ class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
   bool attachToQueue(ZRVOperationQueue* queue);
   /// Runs the block, marks the operation finished and releases its dependents.
   void run();
+  void markFinished();
   void dependencyFinished();
 
   Block block_;
+  AsynchronousBlock asynchronousBlock_;
   mutable std::mutex mutex_;
   std::condition_variable finishedCondition_;
   std::vector<std::shared_ptr<ZRVOperation>> dependents_;

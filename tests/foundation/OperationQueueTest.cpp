@@ -129,3 +129,33 @@ TEST(WorkQueue, DelayedOperationsWaitTheirTurn) {
   ASSERT_EQ(future.wait_for(5s), std::future_status::ready);
   EXPECT_GE(future.get() - start, 140ms);
 }
+
+TEST(WorkQueue, AsynchronousOperationsFinishWhenTheySaySo) {
+  // An item that waits for a callback holds no thread; what depends on it waits for the callback.
+  std::function<void()> finishLater;
+  std::mutex mutex;
+  auto waiting = ZRVOperation::asynchronousOperationWithBlock([&](std::function<void()> finish) {
+    std::lock_guard lock(mutex);
+    finishLater = std::move(finish);
+  });
+  std::atomic<bool> dependentRan{false};
+  auto dependent = ZRVOperation::operationWithBlock([&] { dependentRan = true; });
+  dependent->addDependency(waiting);
+  ZRVOperationQueue::workQueue().addOperations({waiting, dependent}, false);
+  auto deadline = std::chrono::steady_clock::now() + 5s;
+  for (;;) {
+    std::lock_guard lock(mutex);
+    if (finishLater || std::chrono::steady_clock::now() > deadline) break;
+  }
+  std::this_thread::sleep_for(50ms);
+  EXPECT_FALSE(waiting->isFinished());
+  EXPECT_FALSE(dependentRan.load());
+  {
+    std::lock_guard lock(mutex);
+    ASSERT_TRUE(finishLater);
+    finishLater();
+    finishLater();  // a second call changes nothing
+  }
+  dependent->waitUntilFinished();
+  EXPECT_TRUE(dependentRan.load());
+}

@@ -14,10 +14,10 @@ Arguments::Arguments(const std::vector<std::string>& words, std::set<std::string
     } else if (flags.count(word)) {
       flags_.insert(word);
     } else if (auto equals = word.find('='); equals != std::string::npos && options.count(word.substr(0, equals))) {
-      values_[word.substr(0, equals)] = word.substr(equals + 1);
+      values_[word.substr(0, equals)].push_back(word.substr(equals + 1));
     } else if (options.count(word)) {
       if (i + 1 >= words.size()) throw UsageError(word + " needs a value");
-      values_[word] = words[++i];
+      values_[word].push_back(words[++i]);
     } else {
       throw UsageError("unknown option " + word);
     }
@@ -27,7 +27,12 @@ Arguments::Arguments(const std::vector<std::string>& words, std::set<std::string
 std::optional<std::string> Arguments::value(const std::string& name) const {
   auto found = values_.find(name);
   if (found == values_.end()) return std::nullopt;
-  return found->second;
+  return found->second.back();
+}
+
+std::vector<std::string> Arguments::values(const std::string& name) const {
+  auto found = values_.find(name);
+  return found == values_.end() ? std::vector<std::string>{} : found->second;
 }
 
 std::optional<long> Arguments::number(const std::string& name, long minimum, long maximum) const {

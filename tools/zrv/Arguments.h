@@ -20,7 +20,10 @@ class Arguments {
   Arguments(const std::vector<std::string>& words, std::set<std::string> flags, std::set<std::string> options);
 
   bool flag(const std::string& name) const { return flags_.count(name) > 0; }
+  /// The option's value (the last one when it was given more than once).
   std::optional<std::string> value(const std::string& name) const;
+  /// Every value of an option that may be given more than once, in order.
+  std::vector<std::string> values(const std::string& name) const;
   /// The option's value as a whole number within [minimum, maximum].
   std::optional<long> number(const std::string& name, long minimum, long maximum) const;
   const std::vector<std::string>& positional() const { return positional_; }
@@ -29,6 +32,6 @@ class Arguments {
 
  private:
   std::set<std::string> flags_;
-  std::map<std::string, std::string> values_;
+  std::map<std::string, std::vector<std::string>> values_;
   std::vector<std::string> positional_;
 };

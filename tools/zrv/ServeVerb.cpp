@@ -7,10 +7,11 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <iostream>
 
 int runServe(const std::vector<std::string>& words) {
-  Arguments arguments(words, {}, {"--port", "--host"});
+  Arguments arguments(words, {}, {"--port", "--host", "--content"});
   arguments.expectPositional(0, 0);
   long port = arguments.number("--port", 0, 65535).value_or(8080);
   std::string host = arguments.value("--host").value_or("127.0.0.1");
@@ -22,7 +23,12 @@ int runServe(const std::vector<std::string>& words) {
   sigaddset(&stopSignals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
-  DemoServer server;
+  DemoServerOptions options;
+  if (auto content = arguments.value("--content")) {
+    if (!std::filesystem::is_directory(*content)) throw UsageError("--content needs a published folder");
+    options.contentDirectory = std::filesystem::absolute(*content);
+  }
+  DemoServer server(options);
   int bound = server.start(host, static_cast<int>(port));
   std::cout << "Serving on http://" << host << ":" << bound << std::endl;
   int received = 0;

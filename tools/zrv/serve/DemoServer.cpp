@@ -12,6 +12,7 @@ DemoServer::DemoServer(DemoServerOptions options)
   // Idle keep-alive connections close soon, so that stopping the server never waits long for them.
   server_->set_keep_alive_timeout(1);
   registerStatusRoutes(*server_, *state_);
+  registerContentRoutes(*server_, *state_);
   registerLoginRoutes(*server_, *state_);
   registerInvasionRoutes(*server_, *state_);
 }

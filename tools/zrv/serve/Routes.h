@@ -8,5 +8,6 @@ class Server;
 }
 
 void registerStatusRoutes(httplib::Server& server, DemoState& state);
+void registerContentRoutes(httplib::Server& server, DemoState& state);
 void registerLoginRoutes(httplib::Server& server, DemoState& state);
 void registerInvasionRoutes(httplib::Server& server, DemoState& state);

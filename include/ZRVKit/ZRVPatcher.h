@@ -1,0 +1,125 @@
+#pragma once
+// Brings an installed copy of the game up to date: the extra graphics framework, the mirror list, the patch
+// manifest, then one work item per game file (see ZRVManagedFile), and finally the executable bit and the
+// outcome: "Everything is up to date" or the first error.
+//
+// Threads: the "InvalidLocation" failure and the first framework status arrive on the caller's thread, the
+// framework unzip's outcome on the main queue, everything else on work-queue threads.
+
+#include <ZRVKit/ZRVError.h>
+#include <ZRVKit/ZRVHTTPResponse.h>
+#include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVURL.h>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+class ZRVManagedFile;
+
+class ZRVPatcher {
+ public:
+  using UpdateHandler = std::function<void(const std::string& status, double progress)>;
+  using CompletionHandler = std::function<void(const std::string& message)>;
+  using FailureHandler = std::function<void(const ZRVError& error)>;
+  using ZipCompletionHandler = std::function<void(bool success)>;
+  using ReadJSONCompletion = std::function<void(bool success, std::optional<ZRVJSON> object,
+                                                std::optional<ZRVHTTPResponse> response, std::optional<ZRVError> error)>;
+
+  /// Progress share of one step, in percent: with the framework present, and with its download as one more step.
+  static constexpr double kBaseProgress = 3.846;
+  static constexpr double kBaseProgressWithFramework = 3.704;
+  /// Server documents (manifest, mirror lists) above this size are not read.
+  static constexpr std::size_t kMaxDocumentSize = std::size_t{64} << 20;
+  /// How many game files are worked on at once.
+  static constexpr std::size_t kFilesInFlight = 8;
+
+  static ZRVPatcher& defaultPatcher();
+
+  /// The endpoint table: nine keys ("cg-framework", "production-manifest", ...) and their URLs, formed from
+  /// the host table (so a redirect applies). Throws "Cannot create URL from %@." if one cannot be formed.
+  std::map<std::string, ZRVURL> baseUrls() const;
+  /// The platform word looked up in each manifest entry's "only" list.
+  const std::string& platform() const { return platform_; }
+
+  void checkForGameUpdates(const std::optional<std::filesystem::path>& location, UpdateHandler update,
+                           CompletionHandler completion, FailureHandler failure);
+
+  /// The manifest's "hash" of every file of this platform; empty when the manifest cannot be read.
+  void getGameHashFromManifest(std::function<void(std::map<std::string, std::string> hashes)> completion);
+
+  /// GET and parse; the HTTP status is not examined. Completion on the work queue.
+  static void readJSON(const ZRVURL& url, ReadJSONCompletion completion);
+  /// GET and write the body atomically to `location` + ".zip"; `progress` is never called.
+  void downloadFile(const ZRVURL& url, const std::filesystem::path& location, std::function<void(double)> progress,
+                    std::function<void(bool success)> completion);
+  /// Unpacks `archive` into its own folder (`location` is not used); the outcome on the main queue.
+  void unzipFile(const std::filesystem::path& archive, const std::filesystem::path& location,
+                 ZipCompletionHandler completion);
+  void onZKArchiveDidBeginUnzip(const std::filesystem::path& archive);
+  void onZKArchiveDidEndUnzip(const std::filesystem::path& archive);
+  void onZKArchiveDidFail(const std::filesystem::path& archive);
+
+  /// "[<date> ZRVKit] <message>" to the system log.
+  void log(std::string_view message);
+
+  // Properties of the current or last run.
+  UpdateHandler updateHandler() const;
+  void setUpdateHandler(UpdateHandler handler);
+  CompletionHandler completionHandler() const;
+  void setCompletionHandler(CompletionHandler handler);
+  FailureHandler failureHandler() const;
+  void setFailureHandler(FailureHandler handler);
+  ZipCompletionHandler zipCompletionHandler() const;
+  void setZipCompletionHandler(ZipCompletionHandler handler);
+  std::filesystem::path location() const;
+  void setLocation(std::filesystem::path location);
+  ZRVJSON manifest() const;
+  void setManifest(ZRVJSON manifest);
+  std::vector<ZRVURL> mirrorURLs() const;
+  void setMirrorURLs(std::vector<ZRVURL> mirrors);
+  std::optional<ZRVError> error() const;
+  void setError(std::optional<ZRVError> error);
+  bool updateSuccessful() const { return updateSuccessful_.load(); }
+  void setUpdateSuccessful(bool successful) { updateSuccessful_.store(successful); }
+  double baseProgress() const { return baseProgress_.load(); }
+  void setBaseProgress(double value) { baseProgress_.store(value); }
+  double progress() const { return progress_.load(); }
+  void setProgress(double value) { progress_.store(value); }
+
+  ZRVPatcher();
+  ZRVPatcher(const ZRVPatcher&) = delete;
+  ZRVPatcher& operator=(const ZRVPatcher&) = delete;
+
+ private:
+  void _downloadRequiredFramework();
+  void _downloadMirrorsAndThenManifest();
+  void _downloadMirrorsCompleted(std::function<void(std::vector<ZRVURL>)> completion);
+  void _downloadManifestAndThenPatchGameFiles();
+  void _downloadManifestCompleted(std::function<void(std::optional<ZRVJSON>)> completion);
+  void _patchGameFilesIfNecessary();
+  void _patchingComplete();
+  void _reportFileFailure(const ZRVError& error);
+  ZRVURL endpoint(const std::string& key) const;
+
+  std::string platform_ = "darwin";
+
+  mutable std::mutex mutex_;
+  UpdateHandler updateHandler_;
+  CompletionHandler completionHandler_;
+  FailureHandler failureHandler_;
+  ZipCompletionHandler zipCompletionHandler_;
+  std::filesystem::path location_;
+  ZRVJSON manifest_ = ZRVJSON::object();
+  std::vector<ZRVURL> mirrorURLs_;
+  std::optional<ZRVError> error_;
+  std::atomic<bool> updateSuccessful_{true};
+  std::atomic<double> baseProgress_{0};
+  std::atomic<double> progress_{0};
+};

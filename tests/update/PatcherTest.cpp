@@ -1,0 +1,260 @@
+#include <ZRVKit/ZRVBundle.h>
+#include <ZRVKit/ZRVExtensions.h>
+#include <ZRVKit/ZRVGlobals.h>
+#include <ZRVKit/ZRVMainQueue.h>
+#include <ZRVKit/ZRVOperationQueue.h>
+#include <ZRVKit/ZRVPatcher.h>
+
+#include "support/LogCapture.h"
+#include "support/TemporaryDirectory.h"
+#include "update/UpdateServer.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <mutex>
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+// One update run, observed: every report, and the outcome.
+struct UpdateRun {
+  std::mutex mutex;
+  std::vector<std::pair<std::string, double>> reports;
+  std::optional<std::string> completed;
+  std::optional<ZRVError> failed;
+  std::atomic<int> outcomes{0};
+
+  void start(ZRVPatcher& patcher, const std::optional<fs::path>& location) {
+    patcher.checkForGameUpdates(
+        location,
+        [this](const std::string& status, double progress) {
+          std::lock_guard lock(mutex);
+          reports.emplace_back(status, progress);
+        },
+        [this](const std::string& message) {
+          std::lock_guard lock(mutex);
+          completed = message;
+          ++outcomes;
+        },
+        [this](const ZRVError& error) {
+          std::lock_guard lock(mutex);
+          failed = error;
+          ++outcomes;
+        });
+  }
+
+  /// Pumps the main queue (the framework's unzip reports there) until an outcome or the time-out.
+  bool finish(std::chrono::milliseconds timeout = 20s) {
+    return ZRVOperationQueue::mainQueue().runUntil([this] { return outcomes.load() > 0; }, timeout);
+  }
+};
+
+class PatcherTest : public ::testing::Test {
+ protected:
+  TemporaryDirectory install;
+  UpdateServer content;
+  ZRVPatcher patcher;
+
+  void SetUp() override { fs::create_directories(install / "Frameworks" / "Cg.framework"); }
+  void TearDown() override { ZRVGlobals::defaultGlobals().setServerType(0); }
+
+  std::string installed(const std::string& name) { return readFile(install / name); }
+};
+
+}  // namespace
+
+TEST_F(PatcherTest, NoLocationFailsAtOnceWithoutARequest) {
+  UpdateRun run;
+  run.start(patcher, std::nullopt);
+  ASSERT_EQ(run.outcomes.load(), 1);  // synchronously, on this thread
+  ASSERT_TRUE(run.failed);
+  EXPECT_EQ(run.failed->domain(), ZRVBundle::mainBundle().bundleIdentifier() + ".InvalidLocation");
+  EXPECT_EQ(run.failed->code(), 1);
+  EXPECT_EQ(run.failed->userInfo()["error"],
+            "(null) is an invalid location. Make sure to specify a destination for the game files.");
+  EXPECT_TRUE(content.server().requests().empty());
+}
+
+TEST_F(PatcherTest, UnreadableManifestStillEndsUpToDateAndExecutable) {
+  writeFile(install / "Quillmoor", "#!/bin/sh\n");
+  fs::permissions(install / "Quillmoor", fs::perms::owner_read | fs::perms::owner_write);
+  writeFile(install / ".tmp" / "leftover.bz2", "x");
+  content.server().on("GET", "/api/mirrors", ScriptedResponse::json("[]"));
+  content.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::text("<html>not found</html>", 404));
+  UpdateRun run;
+  run.start(patcher, install.path());
+  ASSERT_TRUE(run.finish());
+  EXPECT_EQ(run.completed, "Everything is up to date");
+  EXPECT_TRUE((fs::status(install / "Quillmoor").permissions() & fs::perms::owner_exec) != fs::perms::none);
+  EXPECT_FALSE(fs::exists(install / ".tmp"));
+}
+
+TEST_F(PatcherTest, MirrorListFallsBackFromPrimaryToBackupToSafe) {
+  struct Case {
+    const char* name;
+    long serverType;
+    std::optional<ScriptedResponse> primary;  // absent: not served (unexpected if asked)
+    std::optional<ScriptedResponse> backup;
+    std::vector<std::string> expected;  // relative to the server's base
+  } cases[] = {
+      {"empty primary list wins", 0, ScriptedResponse::json("[]"), std::nullopt, {}},
+      {"primary not JSON, backup used", 0, ScriptedResponse::text("oops", 500),
+       ScriptedResponse::json(R"(["/ignored", "MIRROR/a/", 7, "MIRROR/b/"])"), {"/a/", "/b/"}},
+      {"both unreachable: the safe mirror", 0, ScriptedResponse::text("", 503), ScriptedResponse::text("", 503),
+       {"/content/"}},
+      {"development list unreachable: production backup", 2, ScriptedResponse::text("x", 404),
+       ScriptedResponse::json(R"(["MIRROR/backup/"])"), {"/backup/"}},
+  };
+  for (auto& c : cases) {
+    UpdateServer server;
+    std::string primaryPath = c.serverType == 2 ? "/1136/dev-mirrors.text" : "/api/mirrors";
+    auto withBase = [&](ScriptedResponse response) {
+      for (std::size_t at; (at = response.body.find("MIRROR")) != std::string::npos;) {
+        response.body.replace(at, 6, server.base());
+      }
+      return response;
+    };
+    if (c.primary) server.server().on("GET", primaryPath, withBase(*c.primary));
+    if (c.backup) server.server().on("GET", "/mirrors.txt", withBase(*c.backup));
+    server.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::json("{}"));
+    ZRVGlobals::defaultGlobals().setServerType(c.serverType);
+    ZRVPatcher fresh;
+    UpdateRun run;
+    run.start(fresh, install.path());
+    ASSERT_TRUE(run.finish()) << c.name;
+    std::vector<std::string> mirrors;
+    for (const auto& url : fresh.mirrorURLs()) mirrors.push_back(url.absoluteString().substr(server.base().size()));
+    EXPECT_EQ(mirrors, c.expected) << c.name;
+  }
+}
+
+TEST_F(PatcherTest, FilesArePatchedOrDownloadedByTheirInstalledContents) {
+  std::string v1 = std::string(40000, 'a') + "version one of the map";
+  std::string v2 = std::string(40000, 'a') + "version two of the map, longer";
+  std::string v3 = std::string(40000, 'b') + "version three";
+  content.publish("maps.pak", v3);
+  content.addPatch("maps.pak", v1);  // patch from v1: not the installed content, ignored
+  content.addPatch("maps.pak", v2);  // patch from v2: chosen
+  content.publish("sounds.pak", "new sounds");
+  content.addPatch("sounds.pak", "old sounds", std::string(40, '0'));  // wrong compressed hash: applied anyway
+  content.publish("textures.pak", "new textures");
+  content.addPatch("textures.pak", "old textures", std::nullopt, "BSDIFF40 but nothing else");  // corrupt
+  content.publish("missing.pak", "brand new");
+  content.publish("same.pak", "unchanged");
+  content.publish("data/level.dat", "new level");
+  content.addPatch("data/level.dat", "old level");  // its .tmp folder is never made: downloaded whole
+  content.publish("frozen.pak", "server copy").erase("patches");  // never updated
+  content.manifest["other-platform.pak"] = {{"only", {"win32"}}, {"hash", "x"}, {"compHash", "y"}, {"dl", "z"}};
+  content.serveManifestAndMirrors();
+
+  writeFile(install / "maps.pak", v2);
+  writeFile(install / "sounds.pak", "old sounds");
+  writeFile(install / "textures.pak", "old textures");
+  writeFile(install / "same.pak", "unchanged");
+  writeFile(install / "data/level.dat", "old level");
+  writeFile(install / "frozen.pak", "local copy");
+
+  LogCapture log;
+  UpdateRun run;
+  run.start(patcher, install.path());
+  ASSERT_TRUE(run.finish());
+  EXPECT_EQ(run.completed, "Everything is up to date");
+  EXPECT_EQ(installed("maps.pak"), v3);
+  EXPECT_EQ(installed("sounds.pak"), "new sounds");
+  EXPECT_EQ(installed("textures.pak"), "new textures");
+  EXPECT_EQ(installed("missing.pak"), "brand new");
+  EXPECT_EQ(installed("same.pak"), "unchanged");
+  EXPECT_EQ(installed("data/level.dat"), "new level");
+  EXPECT_EQ(installed("frozen.pak"), "local copy");
+  EXPECT_FALSE(fs::exists(install / "other-platform.pak"));
+
+  auto& server = content.server();
+  EXPECT_EQ(server.requestCount("GET", "/content/patches/" + sha1(v1).substr(0, 8) + "-maps.pak.bz2"), 0u);
+  EXPECT_EQ(server.requestCount("GET", "/content/patches/" + sha1(v2).substr(0, 8) + "-maps.pak.bz2"), 1u);
+  EXPECT_EQ(server.requestCount("GET", "/content/files/maps.pak.bz2"), 0u);
+  EXPECT_EQ(server.requestCount("GET", "/content/files/sounds.pak.bz2"), 0u);  // the patch did it
+  EXPECT_EQ(server.requestCount("GET", "/content/files/textures.pak.bz2"), 1u);
+  EXPECT_EQ(server.requestCount("GET", "/content/files/frozen.pak.bz2"), 0u);
+  EXPECT_TRUE(log.contains("exception"));
+  EXPECT_FALSE(fs::exists(install / ".tmp"));
+  for (const auto& [status, progress] : run.reports) EXPECT_NEAR(progress, 7 * ZRVPatcher::kBaseProgress, 1e-9) << status;
+}
+
+TEST_F(PatcherTest, TwentySixUpToDateFilesReportNearlyOneHundred) {
+  for (int i = 0; i < 26; ++i) {
+    std::string name = "file" + std::to_string(i);
+    content.publish(name, name);
+    writeFile(install / name, name);
+  }
+  content.manifest["no-hash"] = {{"only", {"darwin"}}, {"compHash", "x"}, {"dl", "y"}};  // counted, not updated
+  content.serveManifestAndMirrors();
+  UpdateRun run;
+  run.start(patcher, install.path());
+  ASSERT_TRUE(run.finish());
+  ASSERT_EQ(run.reports.size(), 26u);
+  for (const auto& report : run.reports) EXPECT_NEAR(report.second, 27 * 3.846, 1e-9);
+  EXPECT_NEAR(patcher.progress(), 27 * 3.846, 1e-9);
+}
+
+TEST_F(PatcherTest, AFileThatCannotBeDownloadedAnywhereSilencesTheRun) {
+  content.publish("lost.pak", "x");
+  for (int i = 0; i < 20; ++i) content.publish("ok" + std::to_string(i), "fine");
+  content.serveManifestAndMirrors();
+  auto cutOff = ScriptedResponse::text(std::string(1000, 'z'));
+  cutOff.dropConnection = true;
+  content.server().on("GET", "/content/files/lost.pak.bz2", cutOff);  // fails on the one mirror
+  UpdateRun run;
+  run.start(patcher, install.path());
+  EXPECT_FALSE(run.finish(3s));  // no handler at all: the launcher's own guard has to notice
+  EXPECT_EQ(run.outcomes.load(), 0);
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(installed("ok" + std::to_string(i)), "fine");  // the others went on
+}
+
+TEST_F(PatcherTest, TheFrameworkIsFetchedAndUnpackedFirst) {
+  fs::remove_all(install / "Frameworks");
+  TemporaryDirectory archive;
+  writeFile(archive / "Cg.framework" / "Cg", "framework binary");
+  std::string command = "cd '" + archive.path().string() + "' && zip -qr Cg.framework.zip Cg.framework";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip",
+                      ScriptedResponse::text(readFile(archive / "Cg.framework.zip")));
+  content.serveManifestAndMirrors();
+  UpdateRun run;
+  run.start(patcher, install.path());
+  ASSERT_FALSE(run.reports.empty());  // the first framework status comes at once
+  ASSERT_TRUE(run.finish());
+  EXPECT_EQ(run.completed, "Everything is up to date");
+  EXPECT_EQ(readFile(install / "Frameworks" / "Cg.framework" / "Cg"), "framework binary");
+  EXPECT_FALSE(fs::exists(install / "Frameworks" / "Cg.framework.zip"));
+  EXPECT_DOUBLE_EQ(patcher.baseProgress(), ZRVPatcher::kBaseProgressWithFramework);
+}
+
+TEST_F(PatcherTest, AMissingFrameworkArchiveFailsTheRun) {
+  fs::remove_all(install / "Frameworks");
+  content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip", ScriptedResponse::text("nope", 404));
+  UpdateRun run;
+  run.start(patcher, install.path());
+  ASSERT_TRUE(run.finish());
+  ASSERT_TRUE(run.failed);
+  EXPECT_EQ(run.failed->code(), 2);  // the 404 page was "downloaded", then could not be unpacked
+  EXPECT_EQ(run.failed->domain(), ZRVBundle::mainBundle().bundleIdentifier() + ".unzipper");
+}
+
+TEST_F(PatcherTest, TwoThousandFilesNeedNoThreadEach) {
+  for (int i = 0; i < 2000; ++i) {
+    std::string name = "pack" + std::to_string(i) + ".dat";
+    content.publish(name, "contents of " + name);
+    if (i % 4) writeFile(install / name, "contents of " + name);  // a quarter must be downloaded
+  }
+  content.serveManifestAndMirrors();
+  UpdateRun run;
+  run.start(patcher, install.path());
+  ASSERT_TRUE(run.finish(120s));
+  EXPECT_EQ(run.completed, "Everything is up to date");
+  EXPECT_EQ(installed("pack0.dat"), "contents of pack0.dat");
+  EXPECT_LT(ZRVOperationQueue::workQueue().threadCount(), 64u);
+}

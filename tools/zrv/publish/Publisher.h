@@ -1,0 +1,37 @@
+#pragma once
+// The publisher's side of an update: a patch manifest, the bzip2 whole files and the bzip2 patches from older
+// builds, laid out as the content host serves them.
+//
+//   OUT/content/patchmanifest.txt
+//   OUT/content/files/<name>.bz2
+//   OUT/content/patches/<name>.<old hash>.bz2
+//   OUT/mirrors.txt
+//   OUT/launcher/mac/aditional-libraries/Cg.framework.zip   (when a framework archive is given)
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct PublishOptions {
+  std::filesystem::path newBuild;
+  std::filesystem::path output;
+  std::vector<std::filesystem::path> olderBuilds;
+  /// The platform words listed in every entry's "only".
+  std::vector<std::string> platforms = {"darwin"};
+  /// Written into mirrors.txt as the one mirror: "<baseURL>/content/".
+  std::string baseURL = "http://127.0.0.1:8080";
+  std::optional<std::filesystem::path> frameworkArchive;
+  /// Told about each file as it is published.
+  std::function<void(const std::string& name, std::size_t patches)> progress;
+};
+
+struct PublishSummary {
+  std::size_t files = 0;
+  std::size_t patches = 0;
+};
+
+/// Publishes the new build. Throws std::runtime_error with a clear message when a folder cannot be read or
+/// the output cannot be written.
+PublishSummary publishBuild(const PublishOptions& options);

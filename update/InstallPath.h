@@ -1,0 +1,27 @@
+#pragma once
+// Where update files may be written: always inside the install folder, never through a link out of it.
+
+#include <ZRVKit/ZRVData.h>
+
+#include <filesystem>
+#include <string_view>
+
+namespace zrv::update {
+
+/// True for a relative name ("a/b.bin") that stays inside its base folder: not absolute, no "..", no NUL.
+bool isContainedName(std::string_view name);
+
+/// True when `location`, with every link on the way resolved, lies inside `base` (also resolved).
+bool resolvesInside(const std::filesystem::path& base, const std::filesystem::path& location);
+
+/// Writes `data` to a new file beside `destination` and renames it over `destination`: readers see the old
+/// or the new contents, never a mixture, and a link at `destination` is replaced rather than followed.
+bool writeFileAtomically(const std::filesystem::path& destination, const ZRVData& data);
+
+/// A fresh, not yet existing name beside `destination` for a file that will be renamed over it.
+std::filesystem::path siblingTemporaryPath(const std::filesystem::path& destination);
+
+/// The whole file, or nothing when it cannot be read.
+bool readWholeFile(const std::filesystem::path& file, ZRVData& contents);
+
+}  // namespace zrv::update

@@ -1,0 +1,405 @@
+#include <ZRVKit/ZRVPatcher.h>
+
+#include <ZRVKit/ZRVBundle.h>
+#include <ZRVKit/ZRVException.h>
+#include <ZRVKit/ZRVFormat.h>
+#include <ZRVKit/ZRVGlobals.h>
+#include <ZRVKit/ZRVHTTPClient.h>
+#include <ZRVKit/ZRVHosts.h>
+#include <ZRVKit/ZRVLog.h>
+#include <ZRVKit/ZRVManagedFile.h>
+#include <ZRVKit/ZRVOperationQueue.h>
+
+#include "update/FileGate.h"
+#include "update/InstallPath.h"
+#include "update/MirrorList.h"
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <ctime>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kClassName = "ZRVPatcher";
+
+std::string localized(const char* key) { return ZRVBundle::libraryBundle().localizedString(key); }
+
+struct Endpoint {
+  const char* key;
+  ZRVHost host;
+  const char* path;  // nullptr: the empty URL
+};
+
+// The server layout, letter for letter ("aditional" and ".text" included).
+constexpr Endpoint kEndpoints[] = {
+    {"cg-framework", ZRVHost::content, "/launcher/mac/aditional-libraries/Cg.framework.zip"},
+    {"production-manifest", ZRVHost::content, "/content/patchmanifest.txt"},
+    {"production-mirrors", ZRVHost::webAPIMirrors, "/api/mirrors"},
+    {"production-backup-mirrors", ZRVHost::content, "/mirrors.txt"},
+    {"production-safe-mirror", ZRVHost::content, "/content/"},
+    {"development-manifest", ZRVHost::content, "/content/patchmanifest.txt"},
+    {"development-mirrors", ZRVHost::developmentMirrors, "/1136/dev-mirrors.text"},
+    {"development-backup-mirrors", ZRVHost::content, nullptr},
+    {"development-safe-mirror", ZRVHost::content, nullptr},
+};
+
+bool isDevelopment() { return ZRVGlobals::defaultGlobals().isDeveloperLauncher(); }
+
+// The date's default text form, as the launcher's log lines have always shown it.
+std::string dateText() {
+  std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  char buffer[64];
+  std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &parts);
+  return buffer;
+}
+
+ZRVError parseError(const std::string& what) {
+  return ZRVError("ZRVJSONErrorDomain", 3840,
+                  {{std::string(ZRVError::kLocalizedDescriptionKey), "The data is not valid JSON: " + what}});
+}
+
+bool listsPlatform(const ZRVJSON& entry, const std::string& platform) {
+  auto only = entry.find("only");
+  if (only == entry.end() || !only->is_array()) return false;
+  for (const auto& word : *only) {
+    if (word.is_string() && word.get_ref<const std::string&>() == platform) return true;
+  }
+  return false;
+}
+
+std::optional<std::string> textMember(const ZRVJSON& entry, const char* key) {
+  auto found = entry.find(key);
+  if (found == entry.end() || !found->is_string()) return std::nullopt;
+  return found->get<std::string>();
+}
+
+}  // namespace
+
+ZRVPatcher& ZRVPatcher::defaultPatcher() {
+  static auto* patcher = new ZRVPatcher();
+  return *patcher;
+}
+
+ZRVPatcher::ZRVPatcher() {
+  baseUrls();  // every fixed endpoint must form a URL; a build where one does not is broken
+}
+
+std::map<std::string, ZRVURL> ZRVPatcher::baseUrls() const {
+  // Formed on each use, so that a redirect set after start-up (a developer's server) applies.
+  std::map<std::string, ZRVURL> table;
+  for (const Endpoint& endpoint : kEndpoints) {
+    if (!endpoint.path) {
+      table[endpoint.key] = ZRVURL();
+      continue;
+    }
+    std::string text = ZRVHosts::baseAddress(endpoint.host) + endpoint.path;
+    auto url = ZRVHosts::URL(endpoint.host, endpoint.path);
+    if (!url) {
+      throw ZRVException(std::string(ZRVException::kInternalInconsistency), ZRVFormat("Cannot create URL from %@.", text));
+    }
+    table[endpoint.key] = *url;
+  }
+  return table;
+}
+
+ZRVURL ZRVPatcher::endpoint(const std::string& key) const { return baseUrls().at(key); }
+
+#define ZRV_PATCHER_PROPERTY(getter, setter, member, type) \
+  type ZRVPatcher::getter() const {                        \
+    std::lock_guard lock(mutex_);                          \
+    return member;                                         \
+  }                                                        \
+  void ZRVPatcher::setter(type value) {                    \
+    std::lock_guard lock(mutex_);                          \
+    member = std::move(value);                             \
+  }
+ZRV_PATCHER_PROPERTY(updateHandler, setUpdateHandler, updateHandler_, ZRVPatcher::UpdateHandler)
+ZRV_PATCHER_PROPERTY(completionHandler, setCompletionHandler, completionHandler_, ZRVPatcher::CompletionHandler)
+ZRV_PATCHER_PROPERTY(failureHandler, setFailureHandler, failureHandler_, ZRVPatcher::FailureHandler)
+ZRV_PATCHER_PROPERTY(zipCompletionHandler, setZipCompletionHandler, zipCompletionHandler_, ZRVPatcher::ZipCompletionHandler)
+ZRV_PATCHER_PROPERTY(location, setLocation, location_, fs::path)
+ZRV_PATCHER_PROPERTY(manifest, setManifest, manifest_, ZRVJSON)
+ZRV_PATCHER_PROPERTY(mirrorURLs, setMirrorURLs, mirrorURLs_, std::vector<ZRVURL>)
+ZRV_PATCHER_PROPERTY(error, setError, error_, std::optional<ZRVError>)
+#undef ZRV_PATCHER_PROPERTY
+
+void ZRVPatcher::log(std::string_view message) {
+  std::string prefix = ZRVFormat("[%@ %@]", dateText(), "ZRVKit");
+  ZRVLog::format("%@", ZRVFormat("%@ %@", prefix, message));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The chain of steps
+
+void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, UpdateHandler update,
+                                     CompletionHandler completion, FailureHandler failure) {
+  if (!location || location->empty()) {
+    std::optional<std::string> absent;
+    std::string message =
+        ZRVFormat("%@ is an invalid location. Make sure to specify a destination for the game files.", absent);
+    if (failure) failure(ZRVError::library("InvalidLocation", 1, message));
+    return;
+  }
+  setLocation(*location);
+  setUpdateHandler(std::move(update));
+  setCompletionHandler(std::move(completion));
+  setFailureHandler(std::move(failure));
+  setBaseProgress(kBaseProgress);
+
+  std::error_code error;
+  if (fs::exists(*location / "Frameworks" / "Cg.framework", error)) {
+    _downloadMirrorsAndThenManifest();
+  } else {
+    _downloadRequiredFramework();
+  }
+}
+
+void ZRVPatcher::_downloadRequiredFramework() {
+  setBaseProgress(kBaseProgressWithFramework);
+  std::string status = localized("DOWNLOADING_REQUIRED_FRAMEWORKS");
+  if (auto handler = updateHandler()) handler(status, progress());
+
+  fs::path frameworks = location() / "Frameworks";
+  std::error_code error;
+  fs::create_directories(frameworks, error);
+  if (error) {
+    ZRV_LOG_METHOD_ERROR(kClassName, "checkForGameUpdates:update:completion:failure:",
+                         ZRVError::file(error, frameworks).localizedDescription());
+  }
+
+  fs::path framework = frameworks / "Cg.framework";
+  auto reportProgress = [this, status](double value) {
+    ZRVLog::format("%f", value);
+    if (auto handler = updateHandler()) handler(status, value);
+  };
+  downloadFile(endpoint("cg-framework"), framework, reportProgress, [this, framework, status](bool downloaded) {
+    ZRVLog::write("Completion");
+    if (!downloaded) {
+      if (auto handler = failureHandler()) handler(ZRVError::library("downloader", 3, localized("FAILED_DOWNLOADING_REQUIRED_FRAMEWORKS")));
+      log("Failed downloading the aditional frameworks.");
+      return;
+    }
+    fs::path archive = framework;
+    archive += ".zip";
+    unzipFile(archive, framework, [this, status](bool unpacked) {
+      if (!unpacked) {
+        if (auto handler = failureHandler()) handler(ZRVError::library("unzipper", 2, localized("FAILED_UNARCHIVING_REQUIRED_FRAMEWORKS")));
+        log("Failed unarchiving the aditional frameworks.");
+        return;
+      }
+      if (auto handler = updateHandler()) handler(status, progress() + baseProgress());
+      _downloadMirrorsAndThenManifest();
+    });
+  });
+}
+
+void ZRVPatcher::_downloadMirrorsAndThenManifest() {
+  _downloadMirrorsCompleted([this](std::vector<ZRVURL> mirrors) {
+    setMirrorURLs(std::move(mirrors));
+    _downloadManifestAndThenPatchGameFiles();
+  });
+}
+
+void ZRVPatcher::_downloadMirrorsCompleted(std::function<void(std::vector<ZRVURL>)> completion) {
+  // Primary list, else the backup list, else the safe mirror alone; failures on the way say nothing.
+  ZRVURL primary = endpoint(isDevelopment() ? "development-mirrors" : "production-mirrors");
+  ZRVURL backup = endpoint("production-backup-mirrors");
+  ZRVURL safe = endpoint("production-safe-mirror");
+  readJSON(primary, [backup, safe, completion](bool success, std::optional<ZRVJSON> list, auto, auto) {
+    if (success && list && list->is_array()) {
+      completion(zrv::update::mirrorURLsFromList(*list));
+      return;
+    }
+    readJSON(backup, [safe, completion](bool backupSuccess, std::optional<ZRVJSON> backupList, auto, auto) {
+      if (backupSuccess && backupList && backupList->is_array()) {
+        completion(zrv::update::mirrorURLsFromList(*backupList));
+        return;
+      }
+      std::vector<ZRVURL> onlySafe;
+      if (!safe.empty()) onlySafe.push_back(safe);
+      completion(std::move(onlySafe));
+    });
+  });
+}
+
+void ZRVPatcher::_downloadManifestAndThenPatchGameFiles() {
+  _downloadManifestCompleted([this](std::optional<ZRVJSON> manifest) {
+    // A manifest that cannot be read means no files: the run ends in "Everything is up to date".
+    setManifest(manifest && manifest->is_object() ? std::move(*manifest) : ZRVJSON::object());
+    _patchGameFilesIfNecessary();
+  });
+}
+
+void ZRVPatcher::_downloadManifestCompleted(std::function<void(std::optional<ZRVJSON>)> completion) {
+  readJSON(endpoint(isDevelopment() ? "development-manifest" : "production-manifest"),
+           [completion](bool, std::optional<ZRVJSON> manifest, auto, auto) { completion(std::move(manifest)); });
+}
+
+void ZRVPatcher::_patchGameFilesIfNecessary() {
+  const ZRVJSON manifest = this->manifest();
+  const fs::path installBase = location();
+  std::vector<std::shared_ptr<ZRVManagedFile>> files;
+  for (const auto& [name, entry] : manifest.items()) {
+    if (!entry.is_object() || !listsPlatform(entry, platform_)) continue;
+    setProgress(progress() + baseProgress());  // counted while the list is built, before any file is worked on
+    auto hash = textMember(entry, "hash");
+    auto compHash = textMember(entry, "compHash");
+    auto download = textMember(entry, "dl");
+    if (!hash || !compHash || !download) continue;
+    if (!zrv::update::isContainedName(name) || !zrv::update::resolvesInside(installBase, installBase / name)) {
+      ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
+      continue;
+    }
+    if (auto file = ZRVManagedFile::initWithFilename(name, installBase, *hash, *compHash, *download)) {
+      files.push_back(std::move(file));
+    }
+  }
+
+  setError(std::nullopt);
+  setUpdateSuccessful(true);
+
+  // Each file's item ends when its file reports; it holds no thread meanwhile, and only a few files are
+  // downloaded and patched at once. A file whose whole download failed everywhere never reports, so its
+  // item never ends and neither does the run; it does give its place to the next file.
+  auto gate = std::make_shared<zrv::update::FileGate>(kFilesInFlight);
+  auto final = ZRVOperation::operationWithBlock([this] { _patchingComplete(); });
+  std::vector<std::shared_ptr<ZRVOperation>> items;
+  for (const auto& file : files) {
+    const ZRVJSON& entry = manifest.at(file->name());
+    bool hasPatches = entry.contains("patches");
+    ZRVJSON patches = hasPatches ? entry.at("patches") : ZRVJSON();
+    auto item = ZRVOperation::asynchronousOperationWithBlock([this, file, patches, hasPatches,
+                                                              gate](std::function<void()> finish) {
+      if (!hasPatches) {  // never updated, never reported
+        finish();
+        return;
+      }
+      gate->enter([this, file, patches, gate, finish] {
+        ZRVOperationQueue::workQueue().addOperationWithBlock([this, file, patches, gate, finish] {
+          auto ended = std::make_shared<std::once_flag>();
+          auto end = [gate, finish, ended] { std::call_once(*ended, [&] { gate->leave(); finish(); }); };
+          auto status = [this](const std::string& text) {
+            if (auto handler = updateHandler()) handler(text, progress());
+          };
+          auto completion = [this, end](bool, const std::string& text) {
+            if (auto handler = updateHandler()) handler(text, progress());
+            end();
+          };
+          auto failure = [this, end](const ZRVError& error) {
+            _reportFileFailure(error);
+            end();
+          };
+          auto settled = [gate] { gate->leave(); };
+          const std::vector<ZRVURL> mirrors = mirrorURLs();
+          try {
+            file->update(mirrors, patches, status, completion, failure, settled);
+          } catch (const std::exception& exception) {
+            // A patch that cannot be applied must not end the launcher: the file is downloaded whole instead.
+            ZRVLog::format("-[%@ %@]+%d: exception %@.", kClassName, "_patchGameFilesIfNecessary", __LINE__,
+                           exception.what());
+            file->recoverFromFailedPatch(mirrors, status, completion, settled);
+          }
+        });
+      });
+    });
+    final->addDependency(item);
+    items.push_back(std::move(item));
+  }
+  items.push_back(final);
+  ZRVOperationQueue::workQueue().addOperations(items, false);
+}
+
+void ZRVPatcher::_reportFileFailure(const ZRVError& error) {
+  {
+    std::lock_guard lock(mutex_);
+    if (!error_) error_ = error;  // the first error wins
+  }
+  setUpdateSuccessful(false);
+  ZRV_LOG_METHOD_ERROR(kClassName, "_patchGameFilesIfNecessary", error.localizedDescription());
+}
+
+void ZRVPatcher::_patchingComplete() {
+  const fs::path installBase = location();
+  // The game executable must be runnable after every run, whatever the files went through.
+  fs::path executable = installBase / "Quillmoor";
+  struct stat info {};
+  if (::lstat(executable.c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+    ::chmod(executable.c_str(), (info.st_mode & 07777) | S_IXUSR);
+  }
+
+  fs::path temporary = installBase / ".tmp";
+  std::error_code error;
+  fs::remove_all(temporary, error);
+  if (error) {
+    ZRVError failure = ZRVError::file(error, temporary);
+    if (!failure.hasUnderlyingPOSIX(ENOENT)) ZRV_LOG_METHOD_ERROR(kClassName, "_patchingComplete", failure.localizedDescription());
+  }
+
+  if (updateSuccessful()) {
+    if (auto handler = completionHandler()) handler("Everything is up to date");
+  } else if (auto handler = failureHandler()) {
+    auto first = this->error();
+    handler(first ? *first : ZRVError::library("ManagedFile", 0, ""));
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Fetching
+
+void ZRVPatcher::readJSON(const ZRVURL& url, ReadJSONCompletion completion) {
+  ZRVHTTPRequest request = ZRVHTTPRequest::GET(url);
+  request.maxBodySize = kMaxDocumentSize;
+  ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
+      std::move(request), ZRVOperationQueue::workQueue(), [completion = std::move(completion)](ZRVHTTPResult result) {
+        if (!completion) return;
+        if (!result.body) {
+          completion(false, std::nullopt, std::move(result.response), std::move(result.error));
+          return;
+        }
+        // Like the platform's reader: the top level must be an object or an array.
+        ZRVJSON parsed = ZRVJSON::parse(result.body->begin(), result.body->end(), nullptr, false);
+        if (parsed.is_discarded() || !(parsed.is_object() || parsed.is_array())) {
+          completion(false, std::nullopt, std::move(result.response), parseError("the document is not a JSON object or array"));
+          return;
+        }
+        completion(true, std::move(parsed), std::move(result.response), std::move(result.error));
+      });
+}
+
+void ZRVPatcher::downloadFile(const ZRVURL& url, const fs::path& location, std::function<void(double)> progress,
+                              std::function<void(bool)> completion) {
+  (void)progress;  // the download reports no progress of its own
+  ZRVHTTPRequest request = ZRVHTTPRequest::GET(url);
+  request.maxBodySize = ZRVManagedFile::kMaxDownloadSize;
+  ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
+      std::move(request), ZRVOperationQueue::workQueue(),
+      [location, completion = std::move(completion)](ZRVHTTPResult result) {
+        if (!result.body) {
+          if (completion) completion(false);
+          return;
+        }
+        fs::path target = location;
+        target += ".zip";
+        zrv::update::writeFileAtomically(target, *result.body);  // the unzip step finds out if this failed
+        if (completion) completion(true);
+      });
+}
+
+void ZRVPatcher::getGameHashFromManifest(std::function<void(std::map<std::string, std::string>)> completion) {
+  readJSON(endpoint(isDevelopment() ? "development-manifest" : "production-manifest"),
+           [platform = platform_, completion = std::move(completion)](bool, std::optional<ZRVJSON> manifest, auto, auto) {
+             std::map<std::string, std::string> hashes;
+             if (manifest && manifest->is_object()) {
+               for (const auto& [name, entry] : manifest->items()) {
+                 if (!entry.is_object() || !listsPlatform(entry, platform)) continue;
+                 if (auto hash = textMember(entry, "hash")) hashes[name] = *hash;
+               }
+             }
+             if (completion) completion(std::move(hashes));
+           });
+}
