@@ -18,5 +18,9 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfigVersion
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfigVersion.cmake
   DESTINATION ${ZRV_CMAKE_DIR})
 
+# The pkg-config file finds its prefix from where it lies, so that an install put elsewhere with
+# `cmake --install --prefix` still works.
+file(RELATIVE_PATH ZRV_PC_LIBDIR "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_FULL_LIBDIR}")
+file(RELATIVE_PATH ZRV_PC_INCLUDEDIR "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
 configure_file(cmake/zrvkit.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zrvkit.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zrvkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
