@@ -2,9 +2,7 @@
 
 #include "Arguments.h"
 #include "Verbs.h"
-
-#include <ZRVKit/ZRVGameManager.h>
-#include <ZRVKit/ZRVMainQueue.h>
+#include "flows/GameLaunch.h"
 
 #include <iostream>
 
@@ -16,22 +14,11 @@ int runLaunch(const std::vector<std::string>& words) {
   if (!cookie) throw UsageError("--cookie is required");
   if (!gameserver) throw UsageError("--gameserver is required");
 
-  ZRVGameManager& manager = ZRVGameManager::sharedManager();
-  bool ended = false;
-  int status = 0;
-  manager.startGameWithCookie(
-      cookie, gameserver, arguments.flag("--persistent"),
-      [&](bool) { std::cout << "The game has started (process " << manager.task() << ")." << std::endl; },
-      [&](bool, int exitStatus) {
-        status = exitStatus;
-        ended = true;
-      });
-  ZRVOperationQueue::mainQueue().runUntil([&] { return ended; });
-
-  if (status == ZRVGameManager::kGameNotStartedStatus) {
+  GameLaunchResult result = launchGame(cookie, gameserver, arguments.flag("--persistent"), &std::cout);
+  if (!result.started) {
     std::cerr << "zrv launch: the game could not be started (--verbose tells why)\n";
     return kExitFailure;
   }
-  std::cout << "The game exited with status " << status << "." << std::endl;
-  return status;
+  std::cout << "The game exited with status " << result.status << "." << std::endl;
+  return result.status;
 }

@@ -13,7 +13,8 @@ const std::vector<Verb>& allVerbs() {
        "  --host ADDRESS   address to listen on (default 127.0.0.1)\n"
        "  --content DIR    serve a tree made by `zrv publish` (content/, mirrors.txt, /api/mirrors)\n"
        "Demo accounts of /api/login: player/quillmoor signs in at once; twofactor/quillmoor asks for the\n"
-       "code 123456; queued/quillmoor waits three turns in the login queue; other passwords are refused.",
+       "code 123456; queued/quillmoor waits three turns in the login queue; demo/quillmoor needs the code and then\n"
+       "waits two turns; other passwords are refused.",
        runServe},
       {"update", "update [--install DIR] [--dev] [--stall-timeout SECONDS]", "Brings the game files up to date.",
        "Checks every game file against the patch manifest and patches or downloads what differs.\n"
@@ -32,9 +33,26 @@ const std::vector<Verb>& allVerbs() {
        "  --only WORD      platform word for every file (repeatable; default darwin)\n"
        "  --quiet          print only the summary",
        runPublish},
-      {"demo", "demo", "Runs the whole launcher flow against an embedded server.",
-       "Starts the embedded server on a free loopback port, points the library at it and runs the\n"
-       "launcher's flow, printing each step.",
+      {"play", "play USER [--install DIR] [--remember] [--password-stdin] [--forget-saved] [--dev]",
+       "Signs in, updates the game and starts it.",
+       "What the launcher does when the player presses Play: signs USER in (the saved login when there is\n"
+       "one, else the password, the two-factor code and the login queue), brings the game files up to date\n"
+       "with progress, starts the game with the play cookie and game server of the login and waits for it.\n"
+       "Exit status: the game's own; 1 when a step failed, 3 when the login server was unreachable.\n"
+       "  --install DIR            the container to use: a folder named \"Quillmoor\" (default: the user's)\n"
+       "  --remember               ask the server for a lasting login (and tell the game to keep the cookie)\n"
+       "  --password-stdin         read the password, then any two-factor code, as lines of standard input\n"
+       "  --forget-saved           ignore the saved login and use the password\n"
+       "  --dev                    use the development server's manifest, mirrors and container\n"
+       "  --stall-timeout SECONDS  give up the update when no progress is reported for this long\n"
+       "  --timeout SECONDS        give up waiting for the login server after this long (default 300)",
+       runPlay},
+      {"demo", "demo [--keep]", "Runs the whole launcher flow against an embedded server.",
+       "In a temporary home, starts the embedded server on a free loopback port, publishes two builds of a\n"
+       "sample game, installs the first, and runs the launcher's flow: server status, sign-in with a\n"
+       "two-factor code and the login queue, the update (patches and whole files), invasions, an option\n"
+       "changed, and the sample game started. Ends with a summary and removes the temporary home.\n"
+       "  --keep   leave the temporary home in place to look at",
        runDemo},
       {"diff", "diff OLD NEW PATCH [--raw]", "Makes a binary patch that turns OLD into NEW.",
        "Writes a bsdiff patch: \"BSDIFF40\" with bzip2-compressed streams, or \"BSDIFN40\" with the streams\n"

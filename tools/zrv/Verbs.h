@@ -36,3 +36,4 @@ int runOptions(const std::vector<std::string>& words);
 int runUnzip(const std::vector<std::string>& words);
 int runZip(const std::vector<std::string>& words);
 int runLaunch(const std::vector<std::string>& words);
+int runPlay(const std::vector<std::string>& words);

@@ -3,6 +3,7 @@
 //   player    / quillmoor                signs in at once
 //   twofactor / quillmoor, code 123456   asks for a two-factor code first ("partial")
 //   queued    / quillmoor                waits in the login queue for three answers ("delayed"), then signs in
+//   demo      / quillmoor, code 123456   asks for a two-factor code, then waits in the queue for two answers
 //   any other password or account        is refused ("false")
 //
 // A successful answer carries a play cookie and the game server "127.0.0.1:7000"; a cookie this server
@@ -35,6 +36,7 @@ const std::map<std::string, DemoAccount>& demoAccounts() {
       {"player", {"quillmoor", nullptr, 0}},
       {"twofactor", {"quillmoor", "123456", 0}},
       {"queued", {"quillmoor", nullptr, 3}},
+      {"demo", {"quillmoor", "123456", 2}},
   };
   return accounts;
 }
@@ -69,6 +71,15 @@ struct LoginDemo {
             {"banner", "Welcome to Quillmoor, " + account + "!"}};
   }
 };
+
+// The first "delayed" answer, after the client has been kept waiting for one turn.
+ZRVJSON enterQueue(LoginDemo& demo, std::unique_lock<std::mutex>& lock, const std::string& account, int answers) {
+  std::string token = demo.token();
+  demo.queue[token] = {account, answers - 1};
+  lock.unlock();
+  std::this_thread::sleep_for(kQueuePace);
+  return {{"success", "delayed"}, {"queueToken", token}, {"position", answers}};
+}
 
 ZRVJSON refused(const std::string& banner) { return {{"success", "false"}, {"banner", banner}}; }
 
@@ -143,6 +154,7 @@ ZRVJSON answer(LoginDemo& demo, const std::map<std::string, std::string>& fields
     if (*code != account.code) return refused("That two-factor code is not correct.");
     std::string name = found->second;
     demo.responseTokens.erase(found);
+    if (account.queueAnswers > 0) return enterQueue(demo, lock, name, account.queueAnswers);
     return demo.signIn(name);
   }
 
@@ -159,13 +171,7 @@ ZRVJSON answer(LoginDemo& demo, const std::map<std::string, std::string>& fields
             {"responseToken", token},
             {"banner", "Enter the code from your authenticator app."}};
   }
-  if (account->second.queueAnswers > 0) {
-    std::string token = demo.token();
-    demo.queue[token] = {account->first, account->second.queueAnswers - 1};
-    lock.unlock();
-    std::this_thread::sleep_for(kQueuePace);
-    return {{"success", "delayed"}, {"queueToken", token}, {"position", account->second.queueAnswers}};
-  }
+  if (account->second.queueAnswers > 0) return enterQueue(demo, lock, account->first, account->second.queueAnswers);
   return demo.signIn(account->first);
 }
 

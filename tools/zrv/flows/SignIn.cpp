@@ -1,0 +1,108 @@
+#include "flows/SignIn.h"
+
+#include "Verbs.h"
+
+#include <ZRVKit/ZRVAuthenticator.h>
+#include <ZRVKit/ZRVMainQueue.h>
+
+#include <memory>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Report {
+  bool arrived = false;
+  int status = -1;
+  ZRVJSON info;
+};
+
+std::string member(const ZRVJSON& info, const char* key) {
+  auto found = info.is_object() ? info.find(key) : info.end();
+  return found != info.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+}  // namespace
+
+std::string SignInResult::text(const char* key) const { return member(info, key); }
+
+SignInResult signIn(const SignInRequest& request) {
+  SignInResult result;
+  ZRVAuthenticator& authenticator = ZRVAuthenticator::defaultAuthenticator();
+
+  // A saved login is offered by passing its cookie as the password.
+  std::optional<std::string> password;
+  if (!request.forgetSaved) password = authenticator.loadSavedPassword(request.username);
+  result.withSavedLogin = password.has_value();
+  if (result.withSavedLogin) {
+    if (request.messages) *request.messages << request.indent << "Signing in with the saved login of " << request.username << ".\n";
+  } else if (request.ask) {
+    password = request.ask("Password for " + request.username + ": ", true);
+  }
+  if (!password) {
+    result.passwordGiven = false;
+    return result;
+  }
+
+  auto report = std::make_shared<Report>();
+  auto waitForReport = [&] {
+    return ZRVOperationQueue::mainQueue().runUntil([&] { return report->arrived; }, request.timeout);
+  };
+  authenticator.authenticateUsername(request.username, *password, request.remember,
+                                     [report](int status, const ZRVJSON& info) {
+                                       report->arrived = true;
+                                       report->status = status;
+                                       report->info = info;
+                                     });
+  password->assign(password->size(), '\0');
+
+  bool answered = waitForReport();
+  for (int codes = 0; answered && report->status == 3 && codes < 3; ++codes) {
+    // The answer's token is kept just after the report; the code must go out with it.
+    std::string token = member(report->info, "responseToken");
+    ZRVOperationQueue::mainQueue().runUntil([&] { return authenticator.responseToken() == token; }, 2s);
+    std::string banner = member(report->info, "banner");
+    if (request.messages && !banner.empty()) *request.messages << request.indent << banner << "\n";
+    auto code = request.ask ? request.ask("Two-factor code: ", false) : std::nullopt;
+    if (!code) break;
+    report->arrived = false;
+    authenticator.authenticateTwoFactorAuthenticationWithAppCode(*code);
+    answered = waitForReport();
+  }
+  authenticator.setStatusCallback(nullptr);
+  // The cookie is saved on the work queue just after the report.
+  ZRVOperationQueue::workQueue().waitUntilAllOperationsAreFinished();
+
+  result.answered = answered;
+  result.status = report->status;
+  result.info = report->info;
+  return result;
+}
+
+std::string describeFailure(const SignInResult& result, const std::string& username) {
+  if (!result.passwordGiven) return "no password given (there is no terminal to ask; use --password-stdin)";
+  if (!result.answered) return "the login server gave no answer in time";
+  std::string banner = result.text("banner");
+  switch (result.status) {
+    case 1:
+      return "the login server refused the login" + (banner.empty() ? std::string() : ": " + banner) +
+             (result.withSavedLogin ? " (use --forget-saved to type the password of " + username + ")" : "");
+    case 3:
+      return "the two-factor step did not complete";
+    default:
+      return "the login server could not be reached or gave no usable answer";
+  }
+}
+
+int exitCodeFor(const SignInResult& result) {
+  if (!result.passwordGiven) return kExitUsage;
+  if (!result.answered) return kExitUnreachable;
+  switch (result.status) {
+    case 0:
+      return kExitSuccess;
+    case 4:
+      return kExitUnreachable;
+    default:
+      return kExitFailure;
+  }
+}
