@@ -212,7 +212,10 @@ class FileSecretStore final : public SecretStore {
     }
 
     static std::atomic<unsigned> counter{0};
-    std::string temporary = "." + std::string(kFileName) + "." + std::to_string(getpid()) + "." + std::to_string(counter++);
+    // Built piecewise: GCC 12 at -O3 reports a false -Wrestrict for "." + std::string(...).
+    std::string temporary = ".";
+    temporary += kFileName;
+    temporary += "." + std::to_string(getpid()) + "." + std::to_string(counter++);
     FileDescriptor fd(::openat(folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!fd) {
       refuse(operation, std::string("cannot write the saved-login file: ") + std::strerror(errno));

@@ -2,18 +2,31 @@
 // Everything ZRVKit offers the launcher application.
 
 #include <ZRVKit/PerformBlock.h>
+#include <ZRVKit/SSZipArchive.h>
+#include <ZRVKit/ZRVAuthenticator.h>
 #include <ZRVKit/ZRVBundle.h>
 #include <ZRVKit/ZRVData.h>
 #include <ZRVKit/ZRVError.h>
 #include <ZRVKit/ZRVException.h>
 #include <ZRVKit/ZRVExtensions.h>
 #include <ZRVKit/ZRVFormat.h>
+#include <ZRVKit/ZRVFrameworkUnzipper.h>
+#include <ZRVKit/ZRVGameManager.h>
 #include <ZRVKit/ZRVGlobals.h>
 #include <ZRVKit/ZRVHTTPClient.h>
+#include <ZRVKit/ZRVHTTPRequest.h>
+#include <ZRVKit/ZRVHTTPResponse.h>
 #include <ZRVKit/ZRVHosts.h>
+#include <ZRVKit/ZRVInvasionManager.h>
+#include <ZRVKit/ZRVInvasionTracker.h>
 #include <ZRVKit/ZRVJSON.h>
 #include <ZRVKit/ZRVLog.h>
 #include <ZRVKit/ZRVMainQueue.h>
+#include <ZRVKit/ZRVManagedFile.h>
+#include <ZRVKit/ZRVOperation.h>
 #include <ZRVKit/ZRVOperationQueue.h>
+#include <ZRVKit/ZRVOptionsManager.h>
+#include <ZRVKit/ZRVPatcher.h>
 #include <ZRVKit/ZRVServerStatus.h>
 #include <ZRVKit/ZRVURL.h>
+#include <ZRVKit/bsdiff.h>

@@ -1,0 +1,99 @@
+// The zrv command's interface: exit codes and messages that scripts and launchers depend on.
+
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+namespace {
+
+struct Outcome {
+  int status = -1;
+  std::string output;
+};
+
+class ZrvCommand : public ::testing::Test {
+ protected:
+  TemporaryDirectory home;
+
+  // Runs zrv in a private home (data folder, saved logins), with `input` on standard input.
+  Outcome zrv(const std::string& arguments, const std::string& input = "") {
+    std::string command = "cd '" + home.path().string() + "' && printf '%s' '" + input + "' | env HOME='" +
+                          home.path().string() + "' XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CACHE_HOME='" +
+                          (home / "cache").string() + "' ZRV_SECRET_STORE=file ZRV_SERVER= " + ZRV_TOOL_PATH + " " +
+                          arguments + " 2>&1";
+    Outcome outcome;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return outcome;
+    char buffer[4096];
+    std::size_t count;
+    while ((count = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) outcome.output.append(buffer, count);
+    int status = pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+  }
+};
+
+constexpr const char* kDeadServer = "--server http://127.0.0.1:1 ";
+
+}  // namespace
+
+TEST_F(ZrvCommand, EveryVerbExplainsItselfAndRefusesBadArguments) {
+  EXPECT_EQ(zrv("").status, 2);
+  Outcome help = zrv("--help");
+  EXPECT_EQ(help.status, 0);
+  const char* verbs[] = {"status", "serve", "update", "publish", "demo", "diff", "patch", "login", "logins",
+                         "invasions", "options", "unzip", "zip", "launch", "play"};
+  for (const char* verb : verbs) {
+    EXPECT_NE(help.output.find(std::string("  ") + verb + " "), std::string::npos) << verb;
+    Outcome verbHelp = zrv(std::string(verb) + " --help");
+    EXPECT_EQ(verbHelp.status, 0) << verb;
+    EXPECT_NE(verbHelp.output.find(std::string("usage: zrv ") + verb), std::string::npos) << verb;
+    Outcome wrong = zrv(std::string(verb) + " --no-such-option");
+    EXPECT_EQ(wrong.status, 2) << verb << ": " << wrong.output;
+    EXPECT_NE(wrong.output.find("unknown option --no-such-option"), std::string::npos) << verb;
+  }
+  EXPECT_EQ(zrv("frobnicate").status, 2);
+  EXPECT_EQ(zrv("--server not-a-url status").status, 2);
+}
+
+TEST_F(ZrvCommand, FailuresExitNonZeroWithAReason) {
+  struct Case {
+    std::string arguments;
+    std::string input;
+    int status;
+    std::string says;
+  } cases[] = {
+      {std::string(kDeadServer) + "status", "", 3, "online (assumed"},
+      {std::string(kDeadServer) + "invasions", "", 3, ""},
+      {std::string(kDeadServer) + "login player --password-stdin", "secret\n", 3, "could not be reached"},
+      {std::string(kDeadServer) + "play player --password-stdin", "secret\n", 3, "zrv play:"},
+      {std::string(kDeadServer) + "update --install game --stall-timeout 30", "", 1, "zrv update:"},
+      {"patch missing.old missing.patch new", "", 1, "zrv patch"},
+      {"unzip missing.zip out", "", 1, "zrv unzip"},
+      {"options --file missing.json", "", 1, "zrv options"},
+      {"launch --cookie c", "", 2, "--gameserver"},
+      {"launch --cookie c --gameserver g", "", 1, "could not be started"},
+      {"serve --port seventy", "", 2, "--port"},
+      {"publish only-one-folder", "", 2, "missing arguments"},
+      {"logins remove nobody", "", 1, ""},
+  };
+  for (const auto& c : cases) {
+    Outcome outcome = zrv(c.arguments, c.input);
+    EXPECT_EQ(outcome.status, c.status) << c.arguments << "\n" << outcome.output;
+    EXPECT_NE(outcome.output.find(c.says), std::string::npos) << c.arguments << "\n" << outcome.output;
+    EXPECT_EQ(outcome.output.find("secret"), std::string::npos) << c.arguments;  // never echoes a password
+  }
+}
+
+TEST_F(ZrvCommand, TheDemoRunsTheWholeFlowToItsSummary) {
+  Outcome demo = zrv("demo");
+  EXPECT_EQ(demo.status, 0) << demo.output;
+  for (const char* step : {"[6/6] Starting the game", "Everything is up to date", "Quillmoor sample game, build 2",
+                           "game exit status: 0", "antialiasing 4, music off"}) {
+    EXPECT_NE(demo.output.find(step), std::string::npos) << step << "\n" << demo.output;
+  }
+}
