@@ -1,5 +1,7 @@
 #include <ZRVKit/ZRVAuthenticator.h>
 
+#include "foundation/LockedProperty.h"
+
 #include "account/FormEncoder.h"
 
 #include <ZRVKit/ZRVFormat.h>
@@ -139,24 +141,10 @@ void ZRVAuthenticator::postStatus(int status, ZRVJSON info) {
   });
 }
 
-#define ZRV_PROPERTY(type, getter, setter, field)              \
-  type ZRVAuthenticator::getter() const {                       \
-    std::lock_guard lock(mutex_);                               \
-    return field;                                               \
-  }                                                             \
-  void ZRVAuthenticator::setter(type newValue) {                \
-    type old;                                                   \
-    {                                                           \
-      std::lock_guard lock(mutex_);                             \
-      old = std::exchange(field, std::move(newValue));          \
-    }                                                           \
-  }
+ZRV_LOCKED_PROPERTY(ZRVAuthenticator, ZRVAuthenticator::StatusCallback, statusCallback, setStatusCallback, statusCallback_)
+ZRV_LOCKED_PROPERTY(ZRVAuthenticator, std::optional<std::string>, username, setUsername, username_)
+ZRV_LOCKED_PROPERTY(ZRVAuthenticator, std::optional<std::string>, password, setPassword, password_)
+ZRV_LOCKED_PROPERTY(ZRVAuthenticator, std::optional<std::string>, persistent, setPersistent, persistent_)
+ZRV_LOCKED_PROPERTY(ZRVAuthenticator, std::optional<std::string>, responseToken, setResponseToken, responseToken_)
+ZRV_LOCKED_PROPERTY(ZRVAuthenticator, std::optional<std::string>, cookie, setCookie, cookie_)
 
-ZRV_PROPERTY(ZRVAuthenticator::StatusCallback, statusCallback, setStatusCallback, statusCallback_)
-ZRV_PROPERTY(std::optional<std::string>, username, setUsername, username_)
-ZRV_PROPERTY(std::optional<std::string>, password, setPassword, password_)
-ZRV_PROPERTY(std::optional<std::string>, persistent, setPersistent, persistent_)
-ZRV_PROPERTY(std::optional<std::string>, responseToken, setResponseToken, responseToken_)
-ZRV_PROPERTY(std::optional<std::string>, cookie, setCookie, cookie_)
-
-#undef ZRV_PROPERTY

@@ -8,6 +8,7 @@
 #include <ZRVKit/ZRVOperationQueue.h>
 #include <ZRVKit/bsdiff.h>
 
+#include "foundation/LockedProperty.h"
 #include "update/InstallPath.h"
 
 #include <deque>
@@ -79,22 +80,12 @@ std::shared_ptr<ZRVManagedFile> ZRVManagedFile::initWithFilename(const std::stri
   return file;
 }
 
-#define ZRV_MANAGED_FILE_PROPERTY(getter, setter, member, type) \
-  type ZRVManagedFile::getter() const {                         \
-    std::lock_guard lock(mutex_);                               \
-    return member;                                              \
-  }                                                             \
-  void ZRVManagedFile::setter(type value) {                     \
-    std::lock_guard lock(mutex_);                               \
-    member = std::move(value);                                  \
-  }
-ZRV_MANAGED_FILE_PROPERTY(name, setName, name_, std::string)
-ZRV_MANAGED_FILE_PROPERTY(compHash, setCompHash, compHash_, std::string)
-ZRV_MANAGED_FILE_PROPERTY(download, setDownload, download_, std::string)
-ZRV_MANAGED_FILE_PROPERTY(sha1Hash, setSha1Hash, sha1Hash_, std::string)
-ZRV_MANAGED_FILE_PROPERTY(installBase, setInstallBase, installBase_, fs::path)
-ZRV_MANAGED_FILE_PROPERTY(location, setLocation, location_, fs::path)
-#undef ZRV_MANAGED_FILE_PROPERTY
+ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, name, setName, name_)
+ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, compHash, setCompHash, compHash_)
+ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, download, setDownload, download_)
+ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, sha1Hash, setSha1Hash, sha1Hash_)
+ZRV_LOCKED_PROPERTY(ZRVManagedFile, fs::path, installBase, setInstallBase, installBase_)
+ZRV_LOCKED_PROPERTY(ZRVManagedFile, fs::path, location, setLocation, location_)
 
 std::string ZRVManagedFile::text(const char* key) const {
   return ZRVFormat(ZRVBundle::libraryBundle().localizedString(key), name());

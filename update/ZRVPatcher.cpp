@@ -10,6 +10,7 @@
 #include <ZRVKit/ZRVManagedFile.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
+#include "foundation/LockedProperty.h"
 #include "update/FileGate.h"
 #include "update/InstallPath.h"
 #include "update/MirrorList.h"
@@ -109,24 +110,14 @@ std::map<std::string, ZRVURL> ZRVPatcher::baseUrls() const {
 
 ZRVURL ZRVPatcher::endpoint(const std::string& key) const { return baseUrls().at(key); }
 
-#define ZRV_PATCHER_PROPERTY(getter, setter, member, type) \
-  type ZRVPatcher::getter() const {                        \
-    std::lock_guard lock(mutex_);                          \
-    return member;                                         \
-  }                                                        \
-  void ZRVPatcher::setter(type value) {                    \
-    std::lock_guard lock(mutex_);                          \
-    member = std::move(value);                             \
-  }
-ZRV_PATCHER_PROPERTY(updateHandler, setUpdateHandler, updateHandler_, ZRVPatcher::UpdateHandler)
-ZRV_PATCHER_PROPERTY(completionHandler, setCompletionHandler, completionHandler_, ZRVPatcher::CompletionHandler)
-ZRV_PATCHER_PROPERTY(failureHandler, setFailureHandler, failureHandler_, ZRVPatcher::FailureHandler)
-ZRV_PATCHER_PROPERTY(zipCompletionHandler, setZipCompletionHandler, zipCompletionHandler_, ZRVPatcher::ZipCompletionHandler)
-ZRV_PATCHER_PROPERTY(location, setLocation, location_, fs::path)
-ZRV_PATCHER_PROPERTY(manifest, setManifest, manifest_, ZRVJSON)
-ZRV_PATCHER_PROPERTY(mirrorURLs, setMirrorURLs, mirrorURLs_, std::vector<ZRVURL>)
-ZRV_PATCHER_PROPERTY(error, setError, error_, std::optional<ZRVError>)
-#undef ZRV_PATCHER_PROPERTY
+ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::UpdateHandler, updateHandler, setUpdateHandler, updateHandler_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::CompletionHandler, completionHandler, setCompletionHandler, completionHandler_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::FailureHandler, failureHandler, setFailureHandler, failureHandler_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::ZipCompletionHandler, zipCompletionHandler, setZipCompletionHandler, zipCompletionHandler_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, fs::path, location, setLocation, location_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVJSON, manifest, setManifest, manifest_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, std::vector<ZRVURL>, mirrorURLs, setMirrorURLs, mirrorURLs_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, std::optional<ZRVError>, error, setError, error_)
 
 void ZRVPatcher::log(std::string_view message) {
   std::string prefix = ZRVFormat("[%@ %@]", dateText(), "ZRVKit");

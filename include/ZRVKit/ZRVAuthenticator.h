@@ -30,6 +30,7 @@ class ZRVAuthenticator {
   /// "responseToken", "cookie". A missing key and an absent value mean the same.
   using Credentials = std::map<std::string, std::optional<std::string>>;
 
+  /// The one shared authenticator, made on first use.
   static ZRVAuthenticator& defaultAuthenticator();
 
   /// Starts a login and returns at once. A caller that offers a saved login passes the saved cookie as the

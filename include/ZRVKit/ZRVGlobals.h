@@ -24,6 +24,7 @@ class ZRVGlobals {
   static constexpr long kTestServer = 1;
   static constexpr long kDevelopmentServer = 2;
 
+  /// The one shared instance, made on first use.
   static ZRVGlobals& defaultGlobals();
 
   /// 0 production (default), 1 test, 2 development; other values behave as production.

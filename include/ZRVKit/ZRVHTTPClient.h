@@ -17,6 +17,7 @@ class ZRVHTTPClient {
  public:
   using Completion = std::function<void(ZRVHTTPResult result)>;
 
+  /// The one client of the process; its transfer thread starts with the first asynchronous request.
   static ZRVHTTPClient& sharedClient();
 
   /// Starts `request` and returns at once; `completion` runs as an operation on `queue`.

@@ -25,6 +25,7 @@ class ZRVInvasionManager {
   /// Code of the "Invasions" error: the feed reported an error, or there are no invasions right now.
   static constexpr long kInvasionErrorCode = 6;
 
+  /// The one shared instance, made on first use.
   static ZRVInvasionManager& sharedManager();
 
   /// Asks "/api/invasions" and returns at once. `completion` runs once on a work-queue thread:

@@ -16,6 +16,7 @@ class ZRVInvasionTracker {
   /// The rate reported whenever none can be measured.
   static constexpr double kUnmeasuredRate = 1.5;
 
+  /// The one shared tracker, made on first use; it starts empty in every process.
   static ZRVInvasionTracker& invasionTracker();
 
   ZRVInvasionTracker() = default;

@@ -34,6 +34,8 @@ class ZRVManagedFile : public std::enable_shared_from_this<ZRVManagedFile> {
                                                           const std::string& hash, const std::string& compHash,
                                                           const std::optional<std::string>& download);
 
+  // The file's fields: its name relative to the install folder, the manifest's hashes and download name,
+  // the install folder and the file's location in it.
   std::string name() const;
   void setName(std::string name);
   std::string compHash() const;

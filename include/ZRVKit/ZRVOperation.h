@@ -17,6 +17,7 @@ class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
   /// returns, and it holds no thread in between.
   using AsynchronousBlock = std::function<void(std::function<void()> finish)>;
 
+  /// An operation that runs `block` and is finished when it returns.
   static std::shared_ptr<ZRVOperation> operationWithBlock(Block block);
   /// An operation that counts as running until its block's `finish` has been called (once; later calls do nothing).
   /// One whose `finish` is never called never finishes, and neither do the operations that depend on it.

@@ -32,6 +32,7 @@ class ZRVOperationQueue {
   /// The queue whose operation is running on this thread, if any.
   static ZRVOperationQueue* currentQueue();
 
+  /// A queue of its own; `maxConcurrentOperationCount` 1 makes it serial. Destroying it waits for its operations.
   explicit ZRVOperationQueue(std::string name, int maxConcurrentOperationCount = kDefaultMaxConcurrentOperationCount);
   virtual ~ZRVOperationQueue();
   ZRVOperationQueue(const ZRVOperationQueue&) = delete;
@@ -39,8 +40,11 @@ class ZRVOperationQueue {
 
   const std::string& name() const { return name_; }
 
+  /// Runs `operation` once its dependencies have finished.
   void addOperation(std::shared_ptr<ZRVOperation> operation);
+  /// Wraps `block` in an operation and adds it; the operation is returned for dependencies and waiting.
   std::shared_ptr<ZRVOperation> addOperationWithBlock(ZRVOperation::Block block);
+  /// Adds all of `operations`; with `waitUntilFinished` the caller blocks until each has run.
   void addOperations(const std::vector<std::shared_ptr<ZRVOperation>>& operations, bool waitUntilFinished);
   /// Adds `block` as an operation once `seconds` have passed. The queue must outlive the delay.
   void addOperationAfterDelay(double seconds, ZRVOperation::Block block);

@@ -40,6 +40,7 @@ class ZRVPatcher {
   /// How many game files are worked on at once.
   static constexpr std::size_t kFilesInFlight = 8;
 
+  /// The one shared patcher, made on first use.
   static ZRVPatcher& defaultPatcher();
 
   /// The endpoint table: nine keys ("cg-framework", "production-manifest", ...) and their URLs, formed from
@@ -48,6 +49,10 @@ class ZRVPatcher {
   /// The platform word looked up in each manifest entry's "only" list.
   const std::string& platform() const { return platform_; }
 
+  /// Brings the game files in `location` up to date. `update` hears every status with the running progress;
+  /// exactly one of `completion` ("Everything is up to date") and `failure` (the first error) ends a run —
+  /// except when a file's whole download fails on every mirror: then nothing is reported at all, and the
+  /// caller's own time-out has to notice. No location: `failure` at once with "InvalidLocation" code 1.
   void checkForGameUpdates(const std::optional<std::filesystem::path>& location, UpdateHandler update,
                            CompletionHandler completion, FailureHandler failure);
 
@@ -62,6 +67,8 @@ class ZRVPatcher {
   /// Unpacks `archive` into its own folder (`location` is not used); the outcome on the main queue.
   void unzipFile(const std::filesystem::path& archive, const std::filesystem::path& location,
                  ZipCompletionHandler completion);
+  /// The unzipper's notifications, on the main queue: the end and the failure hand the outcome to the
+  /// pending unzip completion and delete the archive.
   void onZKArchiveDidBeginUnzip(const std::filesystem::path& archive);
   void onZKArchiveDidEndUnzip(const std::filesystem::path& archive);
   void onZKArchiveDidFail(const std::filesystem::path& archive);
@@ -69,7 +76,8 @@ class ZRVPatcher {
   /// "[<date> ZRVKit] <message>" to the system log.
   void log(std::string_view message);
 
-  // Properties of the current or last run.
+  // Properties of the current or last run. `progress` is never reset: a second run starts from the first's
+  // value. `error` and `updateSuccessful` are reset when a run reaches its file list.
   UpdateHandler updateHandler() const;
   void setUpdateHandler(UpdateHandler handler);
   CompletionHandler completionHandler() const;

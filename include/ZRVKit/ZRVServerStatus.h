@@ -11,6 +11,7 @@ class ZRVServerStatus {
  public:
   using Callback = std::function<void(bool online, std::optional<ZRVError> error)>;
 
+  /// The one shared instance, made on first use.
   static ZRVServerStatus& currentStatus();
 
   /// Asks "/api/status" once; `callback` runs exactly once on a work-queue thread.
