@@ -5,7 +5,6 @@
 #include "Arguments.h"
 #include "Verbs.h"
 #include "flows/SignIn.h"
-#include "flows/Terminal.h"
 
 #include <ZRVKit/ZRVAuthenticator.h>
 
@@ -15,17 +14,7 @@ int runLogin(const std::vector<std::string>& words) {
   Arguments arguments(words, {"--remember", "--password-stdin", "--json", "--forget-saved"}, {"--timeout"});
   arguments.expectPositional(1, 1);
   const bool json = arguments.flag("--json");
-  const bool fromStandardInput = arguments.flag("--password-stdin");
-
-  SignInRequest request;
-  request.username = arguments.positional()[0];
-  request.remember = arguments.flag("--remember");
-  request.forgetSaved = arguments.flag("--forget-saved");
-  request.timeout = std::chrono::seconds(arguments.number("--timeout", 1, 86400).value_or(300));
-  request.messages = json ? nullptr : &std::cerr;
-  request.ask = [fromStandardInput](const std::string& prompt, bool secret) {
-    return fromStandardInput ? readLine(std::cin) : askTerminal(prompt, !secret);
-  };
+  SignInRequest request = signInRequestFromCommandLine(arguments, json ? nullptr : &std::cerr);
   SignInResult result = signIn(request);
 
   if (json && result.answered) {

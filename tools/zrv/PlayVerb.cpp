@@ -6,7 +6,6 @@
 #include "flows/GameLaunch.h"
 #include "flows/GameUpdate.h"
 #include "flows/SignIn.h"
-#include "flows/Terminal.h"
 
 #include <ZRVKit/ZRVGlobals.h>
 
@@ -37,17 +36,7 @@ int runPlay(const std::vector<std::string>& words) {
   arguments.expectPositional(1, 1);
   if (arguments.flag("--dev")) ZRVGlobals::defaultGlobals().setServerType(ZRVGlobals::kDevelopmentServer);
   if (auto install = arguments.value("--install")) useInstallFolder(*install);
-  const bool fromStandardInput = arguments.flag("--password-stdin");
-
-  SignInRequest login;
-  login.username = arguments.positional()[0];
-  login.remember = arguments.flag("--remember");
-  login.forgetSaved = arguments.flag("--forget-saved");
-  login.timeout = std::chrono::seconds(arguments.number("--timeout", 1, 86400).value_or(300));
-  login.messages = &std::cerr;
-  login.ask = [fromStandardInput](const std::string& prompt, bool secret) {
-    return fromStandardInput ? readLine(std::cin) : askTerminal(prompt, !secret);
-  };
+  SignInRequest login = signInRequestFromCommandLine(arguments, &std::cerr);
   SignInResult signedIn = signIn(login);
   if (!signedIn.signedIn()) {
     std::cerr << "zrv play: " << describeFailure(signedIn, login.username) << "\n";

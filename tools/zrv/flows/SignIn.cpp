@@ -1,10 +1,13 @@
 #include "flows/SignIn.h"
 
+#include "Arguments.h"
 #include "Verbs.h"
+#include "flows/Terminal.h"
 
 #include <ZRVKit/ZRVAuthenticator.h>
 #include <ZRVKit/ZRVMainQueue.h>
 
+#include <iostream>
 #include <memory>
 
 using namespace std::chrono_literals;
@@ -25,6 +28,19 @@ std::string member(const ZRVJSON& info, const char* key) {
 }  // namespace
 
 std::string SignInResult::text(const char* key) const { return member(info, key); }
+
+SignInRequest signInRequestFromCommandLine(const Arguments& arguments, std::ostream* messages) {
+  SignInRequest request;
+  request.username = arguments.positional().at(0);
+  request.remember = arguments.flag("--remember");
+  request.forgetSaved = arguments.flag("--forget-saved");
+  request.timeout = std::chrono::seconds(arguments.number("--timeout", 1, 86400).value_or(300));
+  request.messages = messages;
+  request.ask = [fromStandardInput = arguments.flag("--password-stdin")](const std::string& prompt, bool secret) {
+    return fromStandardInput ? readLine(std::cin) : askTerminal(prompt, !secret);
+  };
+  return request;
+}
 
 SignInResult signIn(const SignInRequest& request) {
   SignInResult result;

@@ -35,6 +35,12 @@ struct SignInResult {
   std::string text(const char* key) const;
 };
 
+class Arguments;
+
+/// The request of a verb that signs USER (its first word) in, from --remember, --forget-saved, --timeout and
+/// --password-stdin (else the terminal is asked).
+SignInRequest signInRequestFromCommandLine(const Arguments& arguments, std::ostream* messages);
+
 /// Signs in and waits (pumping the main queue) until the outcome is known and the cookie is saved.
 SignInResult signIn(const SignInRequest& request);
 
