@@ -5,11 +5,9 @@
 #include <ZRVKit/ZRVGlobals.h>
 #include <ZRVKit/ZRVLog.h>
 
+#include "foundation/AtomicFile.h"
+#include "foundation/LockedProperty.h"
 #include "foundation/NumericValue.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <optional>
@@ -33,34 +31,6 @@ std::optional<std::string> readWholeFile(const fs::path& file) {
   contents << stream.rdbuf();
   if (stream.bad()) return std::nullopt;
   return contents.str();
-}
-
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-// The game may read the file at any moment: it sees the old content or the new, never a half-written one.
-bool writeAtomically(const fs::path& file, std::string_view bytes) {
-  std::string temporary = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
-  int descriptor = ::mkstemp(temporary.data());
-  if (descriptor < 0) return false;
-  struct stat existing {};
-  if (::stat(file.c_str(), &existing) == 0) ::fchmod(descriptor, existing.st_mode & 07777);
-  bool written = writeAll(descriptor, bytes) && ::fsync(descriptor) == 0;
-  written = ::close(descriptor) == 0 && written;
-  if (!written || ::rename(temporary.c_str(), file.c_str()) != 0) {
-    ::unlink(temporary.c_str());
-    return false;
-  }
-  return true;
 }
 
 // Replaces `section` of `settings` by a copy changed by `change`; the game must have written the section.
@@ -88,28 +58,24 @@ ZRVOptionsManager::ZRVOptionsManager() : ZRVOptionsManager(ZRVGlobals::defaultGl
 
 ZRVOptionsManager::ZRVOptionsManager(fs::path settingsFileURL) : settingsFileURL_(std::move(settingsFileURL)) {}
 
-fs::path ZRVOptionsManager::settingsFileURL() const {
-  std::lock_guard lock(mutex_);
-  return settingsFileURL_;
+// Every change is written at once: one rewrite of the file per setter.
+template <class Value>
+void ZRVOptionsManager::storeThenSave(Value& member, Value value) {
+  {
+    std::lock_guard lock(mutex_);
+    member = value;
+  }
+  saveSettings();
 }
 
-void ZRVOptionsManager::setSettingsFileURL(fs::path url) {
-  std::lock_guard lock(mutex_);
-  settingsFileURL_ = std::move(url);
-}
+ZRV_LOCKED_PROPERTY(ZRVOptionsManager, fs::path, settingsFileURL, setSettingsFileURL, settingsFileURL_)
 
 std::int64_t ZRVOptionsManager::antialiasing() const {
   std::lock_guard lock(mutex_);
   return privateAntialiasing_;
 }
 
-void ZRVOptionsManager::setAntialiasing(std::int64_t level) {
-  {
-    std::lock_guard lock(mutex_);
-    privateAntialiasing_ = level;
-  }
-  saveSettings();
-}
+void ZRVOptionsManager::setAntialiasing(std::int64_t level) { storeThenSave(privateAntialiasing_, level); }
 
 bool ZRVOptionsManager::isAntialiasingEnabled() const { return antialiasing() > 0; }
 
@@ -127,26 +93,14 @@ bool ZRVOptionsManager::isMusicEnabled() const {
   return privateEnableMusic_;
 }
 
-void ZRVOptionsManager::setEnableMusic(bool enabled) {
-  {
-    std::lock_guard lock(mutex_);
-    privateEnableMusic_ = enabled;
-  }
-  saveSettings();
-}
+void ZRVOptionsManager::setEnableMusic(bool enabled) { storeThenSave(privateEnableMusic_, enabled); }
 
 bool ZRVOptionsManager::areSoundEffetcsEnabled() const {
   std::lock_guard lock(mutex_);
   return privateEnableSoundEffects_;
 }
 
-void ZRVOptionsManager::setEnableSoundEffects(bool enabled) {
-  {
-    std::lock_guard lock(mutex_);
-    privateEnableSoundEffects_ = enabled;
-  }
-  saveSettings();
-}
+void ZRVOptionsManager::setEnableSoundEffects(bool enabled) { storeThenSave(privateEnableSoundEffects_, enabled); }
 
 ZRVJSON ZRVOptionsManager::initialSettings() const {
   fs::path file = settingsFileURL();
@@ -218,7 +172,7 @@ void ZRVOptionsManager::saveSettings() {
   }
   // The "error ... writing" line marks a successful write; a failed write goes unreported. Tools that watch
   // the log for this line depend on it.
-  if (writeAtomically(file, bytes)) {
+  if (zrv::writeFileAtomically(file, bytes.data(), bytes.size())) {
     ZRVLog::format("-[%@ %@]+%d: error %@ writing %@.", kClassName, "saveSettings", __LINE__, "", file);
   }
 }

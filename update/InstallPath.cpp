@@ -38,26 +38,6 @@ fs::path siblingTemporaryPath(const fs::path& destination) {
           std::to_string(counter.fetch_add(1)) + ".partial");
 }
 
-bool writeFileAtomically(const fs::path& destination, const ZRVData& data) {
-  fs::path temporary = siblingTemporaryPath(destination);
-  int descriptor = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (descriptor < 0) return false;
-  std::size_t written = 0;
-  while (written < data.size()) {
-    ssize_t count = ::write(descriptor, data.data() + written, data.size() - written);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    written += static_cast<std::size_t>(count);
-  }
-  bool complete = written == data.size() && ::fsync(descriptor) == 0;
-  complete = ::close(descriptor) == 0 && complete;
-  if (!complete || ::rename(temporary.c_str(), destination.c_str()) != 0) {
-    ::unlink(temporary.c_str());
-    return false;
-  }
-  return true;
-}
-
 bool readWholeFile(const fs::path& file, ZRVData& contents) {
   std::FILE* handle = std::fopen(file.c_str(), "rb");
   if (!handle) return false;

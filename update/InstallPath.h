@@ -14,10 +14,6 @@ bool isContainedName(std::string_view name);
 /// True when `location`, with every link on the way resolved, lies inside `base` (also resolved).
 bool resolvesInside(const std::filesystem::path& base, const std::filesystem::path& location);
 
-/// Writes `data` to a new file beside `destination` and renames it over `destination`: readers see the old
-/// or the new contents, never a mixture, and a link at `destination` is replaced rather than followed.
-bool writeFileAtomically(const std::filesystem::path& destination, const ZRVData& data);
-
 /// A fresh, not yet existing name beside `destination` for a file that will be renamed over it.
 std::filesystem::path siblingTemporaryPath(const std::filesystem::path& destination);
 

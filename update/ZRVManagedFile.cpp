@@ -8,6 +8,7 @@
 #include <ZRVKit/ZRVOperationQueue.h>
 #include <ZRVKit/bsdiff.h>
 
+#include "foundation/AtomicFile.h"
 #include "foundation/LockedProperty.h"
 #include "update/InstallPath.h"
 
@@ -212,7 +213,7 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
     ZRVData patchData;
     readWholeFile(temporaryPatch, patchData);
     ZRVData newData = bsdiff::dataWithData(oldData, patchData);  // a corrupt patch throws out of here
-    if (zrv::update::writeFileAtomically(file, newData)) {
+    if (zrv::writeFileAtomically(file, newData.data(), newData.size())) {
       ZRVLog::write("Patched");
       removeTemporaryPatch(temporaryPatch, 168, 166);
       return true;
@@ -315,12 +316,11 @@ void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion comp
           if (failure) failure(error ? *error : ZRVError::posix(EIO));
           return;
         }
-        std::error_code renameError;
-        fs::rename(temporary, file, renameError);
-        if (renameError) {
+        if (!zrv::replaceFile(temporary, file)) {
+          ZRVError renameFailure = ZRVError::file(errno, file);
           std::error_code ignored;
           fs::remove(temporary, ignored);
-          if (failure) failure(ZRVError::file(renameError, file));
+          if (failure) failure(renameFailure);
           return;
         }
         if (completion) completion(true, file, ZRVExtensions::sha1Hash(*result.body), ZRVExtensions::sha1Hash(file));

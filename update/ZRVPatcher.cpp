@@ -10,6 +10,7 @@
 #include <ZRVKit/ZRVManagedFile.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
+#include "foundation/AtomicFile.h"
 #include "foundation/LockedProperty.h"
 #include "update/FileGate.h"
 #include "update/InstallPath.h"
@@ -376,7 +377,7 @@ void ZRVPatcher::downloadFile(const ZRVURL& url, const fs::path& location, std::
         }
         fs::path target = location;
         target += ".zip";
-        zrv::update::writeFileAtomically(target, *result.body);  // the unzip step finds out if this failed
+        zrv::writeFileAtomically(target, result.body->data(), result.body->size());  // the unzip step finds out if this failed
         if (completion) completion(true);
       });
 }

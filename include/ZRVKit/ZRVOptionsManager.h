@@ -58,6 +58,9 @@ class ZRVOptionsManager {
   ZRVJSON initialSettings() const;
 
  private:
+  template <class Value>
+  void storeThenSave(Value& member, Value value);
+
   mutable std::mutex mutex_;
   std::filesystem::path settingsFileURL_;
   std::int64_t privateAntialiasing_ = 0;

@@ -161,11 +161,3 @@ TEST_F(GameManagerTest, GamesThatCannotStartReport1000WithoutStarted) {
     EXPECT_EQ(log.lines()[0].find("cookie"), std::string::npos) << "never log the cookie";
   }
 }
-
-TEST_F(GameManagerTest, OutputIsASlotForTheApplication) {
-  ZRVGameManager manager;
-  EXPECT_EQ(manager.output(), "");
-  manager.setOutput("anything");
-  EXPECT_EQ(manager.output(), "anything");
-  EXPECT_EQ(manager.task(), 0);
-}

@@ -152,6 +152,7 @@ TEST_F(PatcherTest, FilesArePatchedOrDownloadedByTheirInstalledContents) {
   content.serveManifestAndMirrors();
 
   writeFile(install / "maps.pak", v2);
+  fs::permissions(install / "maps.pak", fs::perms::owner_exec, fs::perm_options::add);  // kept through the patch
   writeFile(install / "sounds.pak", "old sounds");
   writeFile(install / "textures.pak", "old textures");
   writeFile(install / "same.pak", "unchanged");
@@ -164,6 +165,7 @@ TEST_F(PatcherTest, FilesArePatchedOrDownloadedByTheirInstalledContents) {
   ASSERT_TRUE(run.finish());
   EXPECT_EQ(run.completed, "Everything is up to date");
   EXPECT_EQ(installed("maps.pak"), v3);
+  EXPECT_NE(fs::status(install / "maps.pak").permissions() & fs::perms::owner_exec, fs::perms::none);
   EXPECT_EQ(installed("sounds.pak"), "new sounds");
   EXPECT_EQ(installed("textures.pak"), "new textures");
   EXPECT_EQ(installed("missing.pak"), "brand new");
