@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <set>
 
 using namespace std::chrono_literals;
 
@@ -64,7 +65,7 @@ TEST(HTTPClient, TransportFailuresHaveNoBody) {
   LoopbackServer server;
   server.on("GET", "/stall", [] {
     auto response = ScriptedResponse::text("never", 200);
-    response.delay = 1500ms;
+    response.delay = 60s;  // cut short when the server stops
     return response;
   }());
   server.on("GET", "/drop", [] {
@@ -84,7 +85,7 @@ TEST(HTTPClient, TransportFailuresHaveNoBody) {
   }());
 
   auto stall = ZRVHTTPRequest::GET(urlOf(server, "/stall"));
-  stall.idleTimeout = 500ms;
+  stall.idleTimeout = 300ms;
   auto endless = ZRVHTTPRequest::GET(urlOf(server, "/endless"));
   endless.maxBodySize = 1 << 20;
   auto moved = ZRVHTTPRequest::GET(urlOf(server, "/moved"));
@@ -93,12 +94,13 @@ TEST(HTTPClient, TransportFailuresHaveNoBody) {
   struct Case {
     const char* name;
     ZRVHTTPRequest request;
-    long code;
+    std::set<long> codes;
   } cases[] = {
-      {"idle time-out", stall, 28},
-      {"dropped connection", ZRVHTTPRequest::GET(urlOf(server, "/drop")), 18},
-      {"answer over the cap", endless, 23},
-      {"no server", ZRVHTTPRequest::GET(*ZRVURL::URLWithString("http://127.0.0.1:1/")), 7},
+      {"idle time-out", stall, {28}},
+      // A short body or a reset, depending on when the close reaches the client.
+      {"dropped connection", ZRVHTTPRequest::GET(urlOf(server, "/drop")), {18, 56}},
+      {"answer over the cap", endless, {23}},
+      {"no server", ZRVHTTPRequest::GET(*ZRVURL::URLWithString("http://127.0.0.1:1/")), {7}},
   };
   for (const auto& c : cases) {
     auto result = fetch(c.request);
@@ -106,7 +108,8 @@ TEST(HTTPClient, TransportFailuresHaveNoBody) {
     EXPECT_FALSE(result.response) << c.name;
     ASSERT_TRUE(result.error) << c.name;
     EXPECT_EQ(result.error->domain(), ZRVError::kHTTPDomain) << c.name;
-    EXPECT_EQ(result.error->code(), c.code) << c.name << ": " << result.error->localizedDescription();
+    EXPECT_TRUE(c.codes.count(result.error->code())) << c.name << ": " << result.error->code() << " "
+                                                      << result.error->localizedDescription();
   }
 
   auto notFollowed = fetch(moved);  // a redirect that is not followed is an answer of its own

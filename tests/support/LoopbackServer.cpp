@@ -74,7 +74,11 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
       ADD_FAILURE() << "unexpected request: " << request.method << " " << request.target;
       scripted = ScriptedResponse::text("unexpected request", 599);
     }
-    if (scripted.delay.count() > 0) std::this_thread::sleep_for(scripted.delay);
+    if (scripted.delay.count() > 0) {
+      // A long delay stands for a server that never answers; it ends early when the server stops.
+      std::unique_lock lock(mutex_);
+      stopped_.wait_for(lock, scripted.delay, [this] { return stopping_; });
+    }
 
     response.status = scripted.status;
     for (const auto& [name, value] : scripted.headers) response.set_header(name, value);
@@ -131,6 +135,7 @@ LoopbackServer::~LoopbackServer() {
     std::lock_guard lock(mutex_);
     stopping_ = true;
   }
+  stopped_.notify_all();
   server_->stop();
   if (thread_.joinable()) thread_.join();
 }

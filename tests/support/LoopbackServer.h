@@ -85,6 +85,7 @@ class LoopbackServer {
   int port_ = 0;
   mutable std::mutex mutex_;
   mutable std::condition_variable arrived_;
+  std::condition_variable stopped_;
   std::map<std::string, Route> routes_;
   std::vector<RecordedRequest> requests_;
   bool stopping_ = false;
