@@ -3,9 +3,12 @@
 #include <ZRVKit/ZRVJSON.h>
 #include <ZRVKit/ZRVLog.h>
 
+#include <dlfcn.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 namespace zrv::resources {
 extern const std::string_view LocalizableEnglish;
@@ -13,12 +16,32 @@ extern const std::string_view LocalizableEnglish;
 
 namespace {
 
-std::optional<std::filesystem::path> installedLibraryResources() {
-#ifdef ZRV_RESOURCE_INSTALL_DIR
+// The file that holds this code: the shared library, or the program the static library is linked into.
+std::optional<std::filesystem::path> fileHoldingTheLibrary() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&fileHoldingTheLibrary), &info) == 0 || !info.dli_fname) return std::nullopt;
   std::error_code error;
-  std::filesystem::path directory(ZRV_RESOURCE_INSTALL_DIR);
-  if (std::filesystem::is_directory(directory, error)) return directory;
+  auto path = std::filesystem::canonical(info.dli_fname, error);
+  if (error) return std::nullopt;
+  return path;
+}
+
+std::optional<std::filesystem::path> installedLibraryResources() {
+  std::vector<std::filesystem::path> candidates;
+#ifdef ZRV_RESOURCE_INSTALL_DIR
+  candidates.emplace_back(ZRV_RESOURCE_INSTALL_DIR);
 #endif
+#if defined(ZRV_RESOURCES_FROM_LIBDIR) && defined(ZRV_RESOURCES_FROM_BINDIR)
+  // An install moved to another prefix keeps its layout: look beside the file that holds this code.
+  if (auto holder = fileHoldingTheLibrary()) {
+    candidates.push_back(holder->parent_path() / ZRV_RESOURCES_FROM_LIBDIR);
+    candidates.push_back(holder->parent_path() / ZRV_RESOURCES_FROM_BINDIR);
+  }
+#endif
+  for (const auto& directory : candidates) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(directory / "Localizable.en.json", error)) return directory.lexically_normal();
+  }
   return std::nullopt;
 }
 
