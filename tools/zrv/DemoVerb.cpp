@@ -6,6 +6,7 @@
 #include "demo/SampleGame.h"
 #include "flows/GameLaunch.h"
 #include "flows/GameUpdate.h"
+#include "flows/ServerStatusCheck.h"
 #include "flows/SignIn.h"
 #include "publish/Publisher.h"
 #include "serve/DemoServer.h"
@@ -16,7 +17,6 @@
 #include <ZRVKit/ZRVInvasionManager.h>
 #include <ZRVKit/ZRVMainQueue.h>
 #include <ZRVKit/ZRVOptionsManager.h>
-#include <ZRVKit/ZRVServerStatus.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -58,17 +58,7 @@ class TemporaryHome {
 void heading(int step, const char* title) { std::cout << "\n[" << step << "/6] " << title << std::endl; }
 
 bool showServerStatus() {
-  bool done = false;
-  bool online = false;
-  std::optional<ZRVError> error;
-  ZRVServerStatus::currentStatus().getServerStatus([&](bool isOnline, std::optional<ZRVError> failure) {
-    ZRVOperationQueue::mainQueue().addOperationWithBlock([&, isOnline, failure = std::move(failure)] {
-      online = isOnline;
-      error = failure;
-      done = true;
-    });
-  });
-  ZRVOperationQueue::mainQueue().runUntil([&] { return done; });
+  auto [online, error] = askServerStatus();
   std::cout << "  The servers are " << (online ? "online" : "offline")
             << (error ? " (assumed: " + error->localizedDescription() + ")" : std::string()) << ".\n";
   return online && !error;

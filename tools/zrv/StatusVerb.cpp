@@ -2,10 +2,9 @@
 
 #include "Arguments.h"
 #include "Verbs.h"
+#include "flows/ServerStatusCheck.h"
 
 #include <ZRVKit/ZRVJSON.h>
-#include <ZRVKit/ZRVMainQueue.h>
-#include <ZRVKit/ZRVServerStatus.h>
 
 #include <iostream>
 
@@ -13,18 +12,7 @@ int runStatus(const std::vector<std::string>& words) {
   Arguments arguments(words, {"--json"}, {});
   arguments.expectPositional(0, 0);
 
-  bool done = false;
-  bool online = true;
-  std::optional<ZRVError> error;
-  ZRVServerStatus::currentStatus().getServerStatus([&](bool isOnline, std::optional<ZRVError> failure) {
-    // Reported on a work-queue thread; the answer is handed to the main thread.
-    ZRVOperationQueue::mainQueue().addOperationWithBlock([&, isOnline, failure = std::move(failure)] {
-      online = isOnline;
-      error = failure;
-      done = true;
-    });
-  });
-  ZRVOperationQueue::mainQueue().runUntil([&] { return done; });
+  auto [online, error] = askServerStatus();
 
   if (arguments.flag("--json")) {
     ZRVJSON answer = {{"online", online}, {"error", nullptr}};
