@@ -8,6 +8,7 @@
 #include <support/TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <fstream>
 #include <map>
@@ -77,6 +78,22 @@ void flipByteInTheMiddle(const fs::path& file) {
   stream.put(byte);
 }
 
+void putLittle32(std::string& bytes, std::size_t at, std::uint32_t value) {
+  for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(value >> (8 * i));
+}
+
+// 7-Zip writes AE-2 (no CRC) only: its single-entry archive becomes AE-1 with `crc` in both headers.
+void makeAE1(const fs::path& archive, std::uint32_t crc) {
+  std::string bytes = readFile(archive);
+  const std::string extraField("\x01\x99\x07\x00\x02\x00" "AE", 8);
+  for (std::size_t at = bytes.find(extraField); at != std::string::npos; at = bytes.find(extraField, at + 1)) {
+    bytes[at + 4] = 1;
+  }
+  putLittle32(bytes, 14, crc);                                  // local header
+  putLittle32(bytes, bytes.find(std::string("PK\x01\x02", 4)) + 16, crc);  // central header
+  writeFile(archive, bytes);
+}
+
 }  // namespace
 
 TEST(EncryptedUnzip, ArchivesOfInfoZipAnd7ZipUnpackWithTheirPasswordOnly) {
@@ -123,5 +140,23 @@ TEST(EncryptedUnzip, TamperedDataFailsWithoutLeavingTheFile) {
     flipByteInTheMiddle(temporary / "archive.zip");
     EXPECT_FALSE(SSZipArchive::unzipFileAtPath(temporary / "archive.zip", temporary / "out", true, password, nullptr));
     EXPECT_TRUE(filesBelow(temporary / "out").empty());
+  }
+}
+
+TEST(EncryptedUnzip, AE1EntriesAlsoCheckTheirCRC) {
+  for (bool rightCRC : {true, false}) {
+    TemporaryDirectory temporary;
+    writeSources(temporary / "source");
+    ASSERT_EQ(runCommand("cd " + quoted(temporary / "source") + " && 7z a -tzip -bd -mem=AES192 -p'" +
+                         std::string(kPassword) + "' ../archive.zip notes.txt >/dev/null"),
+              0);
+    const std::string notes = readFile(temporary / "source" / "notes.txt");
+    const uLong crc = crc32(0, reinterpret_cast<const Bytef*>(notes.data()), static_cast<uInt>(notes.size()));
+    makeAE1(temporary / "archive.zip", static_cast<std::uint32_t>(rightCRC ? crc : crc ^ 1));
+    EXPECT_EQ(SSZipArchive::unzipFileAtPath(temporary / "archive.zip", temporary / "out", true, kPassword, nullptr),
+              rightCRC);
+    const std::map<std::string, std::string> unpacked = filesBelow(temporary / "out");
+    EXPECT_EQ(unpacked.size(), rightCRC ? 1u : 0u);
+    EXPECT_EQ(rightCRC, unpacked.count("notes.txt") && unpacked.at("notes.txt") == notes);
   }
 }
