@@ -30,5 +30,6 @@ std::unique_ptr<ZipEntryReader> ZipEntryReader::open(unzFile zip, const std::fil
     // A minizip without decryption refuses every password, even for the archive's entries in the clear.
     return unzOpenCurrentFile(zip) == UNZ_OK ? std::make_unique<MinizipEntryReader>(zip) : nullptr;
   }
-  return DecryptingEntryReader::open(zip, archive, info, *password);
+  // The password is NUL-terminated text here as it is for minizip.
+  return DecryptingEntryReader::open(zip, archive, info, std::string(password->c_str()));
 }
