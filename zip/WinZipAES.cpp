@@ -97,9 +97,14 @@ void WinZipAES::authenticate(const std::uint8_t* data, std::size_t size) {
 }
 
 void WinZipAES::decrypt(std::uint8_t* data, std::size_t size) {
-  for (std::size_t i = 0; i < size; ++i) {
+  while (size > 0) {
     if (keystreamUsed_ == keystreamSize_) refillKeystream();
-    data[i] ^= keystream_[keystreamUsed_++];
+    const std::size_t count = std::min(size, keystreamSize_ - keystreamUsed_);
+    const std::uint8_t* key = keystream_.data() + keystreamUsed_;
+    for (std::size_t i = 0; i < count; ++i) data[i] ^= key[i];
+    data += count;
+    size -= count;
+    keystreamUsed_ += count;
   }
 }
 

@@ -62,7 +62,7 @@ class WinZipAES {
   std::unique_ptr<EVP_MAC_CTX, MacDeleter> mac_;
   std::array<std::uint8_t, 32> macKey_{};  ///< as long as the AES key
   std::uint64_t counter_ = 0;  ///< blocks of key stream made so far; the counter of the next block is this + 1
-  std::array<std::uint8_t, 16 * 64> keystream_{};
+  std::array<std::uint8_t, 16 * 256> keystream_{};
   std::size_t keystreamUsed_ = 0;
   std::size_t keystreamSize_ = 0;
   bool broken_ = false;  ///< a library call failed: nothing authenticates
