@@ -87,15 +87,14 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
   bool everyEntryWritten = true;
   int next = UNZ_OK;
   do {
-    int opened = (password_ && !password_->empty()) ? unzOpenCurrentFilePassword(zip_, password_->c_str())
-                                                    : unzOpenCurrentFile(zip_);
-    if (opened != UNZ_OK) {
+    reader_ = ZipEntryReader::open(zip_, path_, password_);
+    if (!reader_) {
       success = false;
       break;
     }
     unz_file_info info{};
     if (unzGetCurrentFileInfo(zip_, &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
-      unzCloseCurrentFile(zip_);
+      reader_->close();
       success = false;
       break;
     }
@@ -103,7 +102,7 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
     std::vector<char> nameBuffer(info.size_filename + 1, '\0');
     if (unzGetCurrentFileInfo(zip_, &info, nameBuffer.data(), nameBuffer.size(), nullptr, 0, nullptr, 0) !=
         UNZ_OK) {
-      unzCloseCurrentFile(zip_);
+      reader_->close();
       success = false;
       break;
     }
@@ -116,7 +115,7 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
                           ? Outcome::readFailed
                           : unpackCurrentEntry(info, name);
     // The checksum is verified when an entry was read to its end; a mismatch is unreadable data.
-    if (unzCloseCurrentFile(zip_) == UNZ_CRCERROR && outcome != Outcome::skipped) {
+    if (!reader_->close() && outcome != Outcome::skipped) {
       ZRVLog::format("[SSZipArchive] Error: %@", "checksum mismatch in \"" + name + "\"");
       outcome = Outcome::readFailed;
     }
@@ -132,6 +131,7 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
     next = unzGoToNextFile(zip_);
   } while (next == UNZ_OK);
   if (next != UNZ_OK && next != UNZ_END_OF_LIST_OF_FILE) success = false;  // a damaged directory of entries
+  reader_.reset();
   unzClose(zip_);
   zip_ = nullptr;
 
@@ -186,7 +186,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackLink(const unz_file_in
                                                                const ZipDestination::Parts& parts, int folder) {
   std::string target;
   for (;;) {
-    int count = unzReadCurrentFile(zip_, buffer_.data(), static_cast<unsigned>(buffer_.size()));
+    int count = reader_->read(buffer_.data(), static_cast<unsigned>(buffer_.size()));
     if (count < 0) return Outcome::readFailed;
     if (count == 0) break;
     if (target.size() + static_cast<std::size_t>(count) > kMaxLinkTarget) {
@@ -223,11 +223,16 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_in
   struct stat opened {};
   if (::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) return refuse(name, "not a regular file");
 
+  // What a failed decryption has written is no part of the entry: it goes.
+  auto readFailed = [&] {
+    if (reader_->decrypts()) ::unlinkat(folder, leaf, 0);
+    return Outcome::readFailed;
+  };
   int writeError = 0;
   unsigned long total = 0;
   for (;;) {
-    int count = unzReadCurrentFile(zip_, buffer_.data(), static_cast<unsigned>(buffer_.size()));
-    if (count < 0) return Outcome::readFailed;
+    int count = reader_->read(buffer_.data(), static_cast<unsigned>(buffer_.size()));
+    if (count < 0) return readFailed();
     if (count == 0) break;
     total += static_cast<unsigned long>(count);
     const char* data = buffer_.data();
@@ -243,7 +248,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_in
     }
   }
   // A damaged stream can end early, and minizip checks the checksum only of entries read to their end.
-  if (total != info.uncompressed_size) return Outcome::readFailed;
+  if (total != info.uncompressed_size) return readFailed();
   if (writeError != 0) return fail(fullPath, writeError);
 
   const SSZipArchive::Date date = SSZipArchive::_dateWithMSDOSFormat(info.dosDate);

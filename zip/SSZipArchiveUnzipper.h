@@ -2,6 +2,7 @@
 // One unpacking of one archive: the entry loop, the per-entry work and the final pass over folder dates.
 
 #include "zip/ZipDestination.h"
+#include "zip/ZipEntryReader.h"
 
 #include <ZRVKit/SSZipArchive.h>
 
@@ -48,6 +49,7 @@ class SSZipArchiveUnzipper {
   std::optional<std::string> password_;
   const SSZipArchiveDelegate& delegate_;
   unzFile zip_ = nullptr;
+  std::unique_ptr<ZipEntryReader> reader_;  ///< the open entry
   std::vector<Remembered> remembered_;
   std::vector<char> buffer_;
 };

@@ -1,5 +1,7 @@
 // Unpacks one archive of 1,000 files (about 100 MiB, made by Info-ZIP's zip) with `zrv unzip` and with
-// Info-ZIP's `unzip`, each started as a child process, into a fresh folder per run.
+// Info-ZIP's `unzip`, each started as a child process, into a fresh folder per run. The same files
+// encrypted, with ZipCrypto by Info-ZIP's zip and with AES-256 by 7-Zip, are unpacked by zrv and by their
+// maker's own unpacker.
 //
 // Each file is 100 KiB of noise (stored almost as is) and 30 KiB of text (deflated well), so that both the
 // copying and the inflating of an unpacker count.
@@ -26,15 +28,22 @@ void run(const std::string& commandLine) {
   if (std::system(commandLine.c_str()) != 0) throw std::runtime_error("failed: " + commandLine);
 }
 
+// A benchmark's password, handed to the unpackers on standard input where they can take it from there.
+constexpr const char* kPassword = "bench-password";
+
 struct Corpus {
   fs::path folder;
   fs::path archive;
+  fs::path zipCryptoArchive;
+  fs::path aesArchive;
 
   Corpus() {
     const char* base = std::getenv("ZRV_BENCH_DIR");
     folder = fs::path(base ? base : fs::temp_directory_path().string()) / "zrv-bench-unzip";
     archive = folder / "corpus.zip";
-    if (fs::exists(archive)) return;
+    zipCryptoArchive = folder / "corpus-zipcrypto.zip";
+    aesArchive = folder / "corpus-aes256.zip";
+    if (fs::exists(archive) && fs::exists(zipCryptoArchive) && fs::exists(aesArchive)) return;
     fs::remove_all(folder);
     std::uint64_t state = 0x9E3779B97F4A7C15ull;
     const std::string line = "The invasion of the northern district was repelled at dawn. ";
@@ -52,6 +61,9 @@ struct Corpus {
       std::ofstream(file, std::ios::binary) << data;
     }
     run("cd '" + folder.string() + "' && zip -qr corpus.zip tree");
+    run("cd '" + folder.string() + "' && zip -qr -P " + kPassword + " corpus-zipcrypto.zip tree");
+    run("cd '" + folder.string() + "' && 7z a -tzip -bd -mem=AES256 -p" + kPassword +
+        " corpus-aes256.zip tree >/dev/null");
     fs::remove_all(folder / "tree");
   }
 };
@@ -70,16 +82,25 @@ std::string quoted(const fs::path& path) {
 
 // `commandLine` gets the archive and the destination.
 template <class CommandLine>
-void unpackWith(benchmark::State& state, CommandLine commandLine) {
+void unpackWith(benchmark::State& state, CommandLine commandLine, const fs::path& archive) {
   const fs::path out = corpus().folder / "out";
   for (auto _ : state) {
     state.PauseTiming();
     fs::remove_all(out);
     state.ResumeTiming();
-    run(commandLine(quoted(corpus().archive), quoted(out)));
+    run(commandLine(quoted(archive), quoted(out)));
   }
   fs::remove_all(out);
-  state.counters["archive_MiB"] = static_cast<double>(fs::file_size(corpus().archive)) / (1024.0 * 1024.0);
+  state.counters["archive_MiB"] = static_cast<double>(fs::file_size(archive)) / (1024.0 * 1024.0);
+}
+
+template <class CommandLine>
+void unpackWith(benchmark::State& state, CommandLine commandLine) {
+  unpackWith(state, commandLine, corpus().archive);
+}
+
+std::string zrvWithPassword(const std::string& archive, const std::string& out) {
+  return std::string("echo ") + kPassword + " | " + ZRV_EXECUTABLE + " unzip --password-stdin " + archive + " " + out;
 }
 
 void BM_ZrvUnzip(benchmark::State& state) {
@@ -94,9 +115,37 @@ void BM_InfoZipUnzip(benchmark::State& state) {
   });
 }
 
+void BM_ZrvUnzipZipCrypto(benchmark::State& state) {
+  unpackWith(state, zrvWithPassword, corpus().zipCryptoArchive);
+}
+
+void BM_InfoZipUnzipZipCrypto(benchmark::State& state) {
+  unpackWith(
+      state,
+      [](const std::string& archive, const std::string& out) {
+        return std::string("unzip -q -o -P ") + kPassword + " " + archive + " -d " + out;
+      },
+      corpus().zipCryptoArchive);
+}
+
+void BM_ZrvUnzipAES256(benchmark::State& state) { unpackWith(state, zrvWithPassword, corpus().aesArchive); }
+
+void BM_7ZipExtractAES256(benchmark::State& state) {
+  unpackWith(
+      state,
+      [](const std::string& archive, const std::string& out) {
+        return std::string("7z x -y -bd -p") + kPassword + " -o" + out + " " + archive + " >/dev/null";
+      },
+      corpus().aesArchive);
+}
+
 }  // namespace
 
 BENCHMARK(BM_ZrvUnzip)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 BENCHMARK(BM_InfoZipUnzip)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(BM_ZrvUnzipZipCrypto)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(BM_InfoZipUnzipZipCrypto)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(BM_ZrvUnzipAES256)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(BM_7ZipExtractAES256)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 BENCHMARK_MAIN();

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -96,4 +97,17 @@ TEST_F(ZrvCommand, TheDemoRunsTheWholeFlowToItsSummary) {
                            "game exit status: 0", "antialiasing 4, music off"}) {
     EXPECT_NE(demo.output.find(step), std::string::npos) << step << "\n" << demo.output;
   }
+}
+
+TEST_F(ZrvCommand, UnzipTakesThePasswordFromStandardInput) {
+  writeFile(home / "source" / "locked.txt", "behind a password");
+  ASSERT_EQ(std::system(("cd '" + (home / "source").string() + "' && zip -q -P s3cret ../locked.zip locked.txt").c_str()),
+            0);
+  Outcome wrong = zrv("unzip locked.zip wrong --password-stdin", "guessed\n");
+  EXPECT_EQ(wrong.status, 1) << wrong.output;
+  EXPECT_EQ(wrong.output.find("guessed"), std::string::npos);
+  Outcome right = zrv("unzip locked.zip out --password-stdin", "s3cret\n");
+  EXPECT_EQ(right.status, 0) << right.output;
+  EXPECT_EQ(readFile(home / "out" / "locked.txt"), "behind a password");
+  EXPECT_EQ(zrv("unzip locked.zip out --password-stdin --password s3cret").status, 2);
 }

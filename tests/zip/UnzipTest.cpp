@@ -187,20 +187,3 @@ TEST(Unzip, BackslashNamesAndDelegateNotices) {
   EXPECT_EQ(notices, (std::vector<std::string>{"will archive 3", "will 0/3", "did 0/3", "will 1/3", "will 1/3",
                                                "did 1/3", "did archive out"}));
 }
-
-TEST(Unzip, EncryptedEntriesFailCleanly) {
-  // Debian's minizip is built without decryption: encrypted entries cannot be opened, whatever the password.
-  TemporaryDirectory temporary;
-  writeFile(temporary / "source" / "locked.txt", "behind a password");
-  writeFile(temporary / "source" / "open.txt", "in the clear");
-  ASSERT_EQ(runCommand("cd " + quoted(temporary / "source") + " && zip -q -P s3cret " +
-                       quoted(temporary / "locked.zip") + " locked.txt && zip -q " + quoted(temporary / "locked.zip") +
-                       " open.txt"),
-            0);
-  for (std::optional<std::string> password : {std::optional<std::string>(), std::optional<std::string>("s3cret")}) {
-    std::optional<ZRVError> error;
-    EXPECT_FALSE(SSZipArchive::unzipFileAtPath(temporary / "locked.zip", temporary / "out", true, password, &error));
-    EXPECT_FALSE(error);
-    EXPECT_FALSE(fs::exists(temporary / "out" / "locked.txt") && readFile(temporary / "out" / "locked.txt") != "");
-  }
-}

@@ -97,12 +97,14 @@ const std::vector<Verb>& allVerbs() {
        "written the file once. Exit status: 0 done, 1 no usable settings file, 2 bad command line.\n"
        "  --file PATH   use another settings file",
        runOptions},
-      {"unzip", "unzip ARCHIVE DEST [--no-overwrite] [--password P]", "Unpacks a zip archive into a folder.",
+      {"unzip", "unzip ARCHIVE DEST [--no-overwrite] [--password P | --password-stdin]",
+       "Unpacks a zip archive into a folder.",
        "Unpacks ARCHIVE into DEST (created when missing) with dates, permissions and links. Entries that would\n"
        "land outside DEST, be written through a link, or links pointing out of DEST are refused.\n"
        "Exit status: 0 every entry unpacked, 1 otherwise.\n"
-       "  --no-overwrite   keep files that are already there\n"
-       "  --password P     password of encrypted entries (needs a minizip built with decryption)",
+       "  --no-overwrite     keep files that are already there\n"
+       "  --password P       password of encrypted entries (ZipCrypto or WinZip AES)\n"
+       "  --password-stdin   read that password as a line of standard input instead",
        runUnzip},
       {"zip", "zip ARCHIVE PATH...", "Writes a zip archive.",
        "Writes ARCHIVE (replacing it) from the files PATH..., each under its own name, or from the contents of\n"

@@ -1,0 +1,20 @@
+#pragma once
+// Finding the stored bytes of minizip's current entry in the archive file, for entries that minizip will not
+// open even raw (its reader knows only the stored, deflate and bzip2 methods).
+
+#include <unzip.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+struct ZipEntryRange {
+  std::uint64_t offset;  ///< of the first stored byte in the archive file
+  std::uint64_t size;
+};
+
+/// The range of the current entry's data, checked to lie inside the file; none for a damaged archive.
+std::optional<ZipEntryRange> locateCurrentEntryData(unzFile zip, int archiveFile, std::uint64_t compressedSize);
+
+/// Reads exactly `size` bytes at `offset`; false at the end of the file or on a read error.
+bool readAt(int file, std::uint64_t offset, std::uint8_t* buffer, std::size_t size);
