@@ -156,6 +156,12 @@ void ZRVManagedFile::freshDownload(const std::vector<ZRVURL>& mirrors, const std
                                    StatusCallback status, CompletionCallback completion,
                                    std::function<void()> settledSilently) {
   if (status) status(text(statusKey.c_str()));
+  // A download name that does not decode ends the download before it starts, without a word to the caller;
+  // the updater still has to hear that this file is settled, or its place among the files in flight is lost.
+  if (!ZRVURL::removingPercentEncoding(download())) {
+    if (settledSilently) settledSilently();
+    return;
+  }
   downloadFreshFile(mirrors, [self = shared_from_this(), completion = std::move(completion),
                               settledSilently = std::move(settledSilently)](bool success) {
     if (success) {
