@@ -107,6 +107,8 @@ TEST_F(PatcherTest, MirrorListFallsBackFromPrimaryToBackupToSafe) {
     std::vector<std::string> expected;  // relative to the server's base
   } cases[] = {
       {"empty primary list wins", 0, ScriptedResponse::json("[]"), std::nullopt, {}},
+      {"primary JSON but no list: still no fallback", 0, ScriptedResponse::json(R"({"mirrors": ["MIRROR/a/"]})"),
+       std::nullopt, {}},
       {"primary not JSON, backup used", 0, ScriptedResponse::text("oops", 500),
        ScriptedResponse::json(R"(["/ignored", "MIRROR/a/", 7, "MIRROR/b/"])"), {"/a/", "/b/"}},
       {"both unreachable: the safe mirror", 0, ScriptedResponse::text("", 503), ScriptedResponse::text("", 503),
