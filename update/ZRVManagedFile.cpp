@@ -95,7 +95,11 @@ std::string ZRVManagedFile::text(const char* key) const {
 void ZRVManagedFile::ensureDirectoriesExist() {
   std::string fileName = name();
   if (fileName.find('/') == std::string::npos) return;
-  std::string folder = fs::path(fileName).parent_path().string();
+  // The folder part as a path text gives it: trailing slashes do not count, so "maps/" has an empty one.
+  std::string trimmed = fileName;
+  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
+  std::size_t slash = trimmed.rfind('/');
+  std::string folder = slash == std::string::npos ? "" : trimmed.substr(0, slash == 0 ? 1 : slash);
   // Only an empty folder part leads to a creation (the install folder with that empty part as an extension,
   // which is the install folder itself); the sub-folder of "a/b.bin" is deliberately left alone, the way the
   // game's installs have always been laid out.
