@@ -218,6 +218,13 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
     ZRVData oldData;
     readWholeFile(file, oldData);
     if (!downloaded || !ZRVExtensions::decompressBZIP2CompressedDataToURL(*downloaded, temporaryPatch)) continue;
+    // The patch is read whole to be applied: one that unpacked to more than any download may hold came from
+    // a broken or hostile mirror and counts as a failed decompression.
+    std::error_code sizeError;
+    if (auto size = fs::file_size(temporaryPatch, sizeError); !sizeError && size > kMaxDownloadSize) {
+      removeTemporaryPatch(temporaryPatch, 168, 166);
+      continue;
+    }
 
     ZRVLog::write("Decompressing Patch");
     ZRVData patchData;
