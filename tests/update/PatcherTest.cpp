@@ -2,6 +2,7 @@
 #include <ZRVKit/ZRVExtensions.h>
 #include <ZRVKit/ZRVGlobals.h>
 #include <ZRVKit/ZRVMainQueue.h>
+#include <ZRVKit/ZRVManagedFile.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 #include <ZRVKit/ZRVPatcher.h>
 
@@ -286,4 +287,19 @@ TEST_F(PatcherTest, TwoThousandFilesNeedNoThreadEach) {
   EXPECT_EQ(run.completed, "Everything is up to date");
   EXPECT_EQ(installed("pack0.dat"), "contents of pack0.dat");
   EXPECT_LT(ZRVOperationQueue::workQueue().threadCount(), 64u);
+}
+
+TEST(ManagedFileTest, OnlyAnEmptyFolderPartMakesAFolder) {
+  // The test is inverted on purpose: a real sub-folder is never made, an empty folder part makes the base.
+  const struct {
+    const char* name;
+    bool baseMade;
+  } cases[] = {{"flat.bin", false}, {"a/b.bin", false}, {"maps/", true}};
+  for (const auto& c : cases) {
+    TemporaryDirectory scratch;
+    fs::path base = scratch / "install";
+    ASSERT_TRUE(ZRVManagedFile::initWithFilename(c.name, base, "hash", "compHash", std::nullopt)) << c.name;
+    EXPECT_EQ(fs::exists(base), c.baseMade) << c.name;
+    EXPECT_FALSE(fs::exists(base / "a")) << c.name;
+  }
 }
