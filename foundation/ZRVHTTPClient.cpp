@@ -58,6 +58,7 @@ struct Transfer {
   ZRVData body;
   ZRVHTTPResponse response;
   bool bodyTooLarge = false;
+  bool outOfMemory = false;
   bool stalled = false;
   curl_off_t lastMoved = -1;
   std::chrono::steady_clock::time_point lastProgress = std::chrono::steady_clock::now();
@@ -76,14 +77,20 @@ size_t receiveBody(char* data, size_t size, size_t count, void* context) {
     transfer.bodyTooLarge = true;
     return 0;  // makes libcurl fail the transfer
   }
-  if (transfer.body.empty()) {
-    curl_off_t expected = -1;
-    curl_easy_getinfo(transfer.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &expected);
-    if (expected > 0 && static_cast<std::uint64_t>(expected) <= transfer.request.maxBodySize) {
-      transfer.body.reserve(static_cast<size_t>(expected));
+  // Nothing may be thrown through libcurl: an answer that memory cannot hold fails like an oversized one.
+  try {
+    if (transfer.body.empty()) {
+      curl_off_t expected = -1;
+      curl_easy_getinfo(transfer.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &expected);
+      if (expected > 0 && static_cast<std::uint64_t>(expected) <= transfer.request.maxBodySize) {
+        transfer.body.reserve(static_cast<size_t>(expected));
+      }
     }
+    transfer.body.insert(transfer.body.end(), data, data + length);
+  } catch (const std::bad_alloc&) {
+    transfer.outOfMemory = true;
+    return 0;
   }
-  transfer.body.insert(transfer.body.end(), data, data + length);
   return length;
 }
 
@@ -184,6 +191,8 @@ ZRVHTTPResult finish(Transfer& transfer, CURLcode code) {
                             static_cast<long>(transfer.idleTimeout.count()));
   } else if (transfer.bodyTooLarge) {
     description = ZRVFormat("The answer is larger than the limit of %lu bytes.", transfer.request.maxBodySize);
+  } else if (transfer.outOfMemory) {
+    description = "There is not enough memory for the answer.";
   } else {
     description = transfer.errorBuffer[0] ? transfer.errorBuffer : curl_easy_strerror(code);
   }

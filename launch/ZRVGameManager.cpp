@@ -99,18 +99,25 @@ void ZRVGameManager::_launch(const std::shared_ptr<State>& state, const std::opt
     ZRV_LOG_METHOD_ERROR(kClassName, kStartOperation, exception.what());
     return;
   }
-  const fs::path executable = fs::absolute(container / "Quillmoor");
+  // The game runs with the container as its folder, so every path handed to it must be absolute.
+  container = fs::absolute(container);
+  const fs::path executable = container / "Quillmoor";
   // Files carry no icons here: giving the executable the launcher's icon has nothing to do.
   const auto environment = GameProcess::environmentFor(container, cookie, gameserver, persistent);
 
   ZRVMainQueue& mainQueue = ZRVOperationQueue::mainQueue();
   pid_t process = 0;
   try {
+    // Each start replaces the previous game as the task, even one that then fails to start.
+    state->task.store(0);
     process = GameProcess::spawn(executable, container, environment);
     state->task.store(process);
   } catch (const ZRVException& exception) {
     ZRVLog::format("-[%@ %@]+%d: exception %@.", kClassName, kStartOperation, __LINE__, exception.what());
-    mainQueue.addOperationWithBlock([exited] { exited(true, kGameNotStartedStatus); });
+    // Callers must pass `exited`; one that did not still must not bring the launcher down here.
+    mainQueue.addOperationWithBlock([exited] {
+      if (exited) exited(true, kGameNotStartedStatus);
+    });
     return;
   }
 

@@ -95,7 +95,11 @@ std::string ZRVManagedFile::text(const char* key) const {
 void ZRVManagedFile::ensureDirectoriesExist() {
   std::string fileName = name();
   if (fileName.find('/') == std::string::npos) return;
-  std::string folder = fs::path(fileName).parent_path().string();
+  // The folder part as a path text gives it: trailing slashes do not count, so "maps/" has an empty one.
+  std::string trimmed = fileName;
+  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
+  std::size_t slash = trimmed.rfind('/');
+  std::string folder = slash == std::string::npos ? "" : trimmed.substr(0, slash == 0 ? 1 : slash);
   // Only an empty folder part leads to a creation (the install folder with that empty part as an extension,
   // which is the install folder itself); the sub-folder of "a/b.bin" is deliberately left alone, the way the
   // game's installs have always been laid out.
@@ -156,6 +160,12 @@ void ZRVManagedFile::freshDownload(const std::vector<ZRVURL>& mirrors, const std
                                    StatusCallback status, CompletionCallback completion,
                                    std::function<void()> settledSilently) {
   if (status) status(text(statusKey.c_str()));
+  // A download name that does not decode ends the download before it starts, without a word to the caller;
+  // the updater still has to hear that this file is settled, or its place among the files in flight is lost.
+  if (!ZRVURL::removingPercentEncoding(download())) {
+    if (settledSilently) settledSilently();
+    return;
+  }
   downloadFreshFile(mirrors, [self = shared_from_this(), completion = std::move(completion),
                               settledSilently = std::move(settledSilently)](bool success) {
     if (success) {
@@ -208,6 +218,13 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
     ZRVData oldData;
     readWholeFile(file, oldData);
     if (!downloaded || !ZRVExtensions::decompressBZIP2CompressedDataToURL(*downloaded, temporaryPatch)) continue;
+    // The patch is read whole to be applied: one that unpacked to more than any download may hold came from
+    // a broken or hostile mirror and counts as a failed decompression.
+    std::error_code sizeError;
+    if (auto size = fs::file_size(temporaryPatch, sizeError); !sizeError && size > kMaxDownloadSize) {
+      removeTemporaryPatch(temporaryPatch, 168, 166);
+      continue;
+    }
 
     ZRVLog::write("Decompressing Patch");
     ZRVData patchData;

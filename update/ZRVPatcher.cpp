@@ -198,17 +198,18 @@ void ZRVPatcher::_downloadMirrorsAndThenManifest() {
 }
 
 void ZRVPatcher::_downloadMirrorsCompleted(std::function<void(std::vector<ZRVURL>)> completion) {
-  // Primary list, else the backup list, else the safe mirror alone; failures on the way say nothing.
+  // Primary list, else the backup list, else the safe mirror alone; failures on the way say nothing. Any
+  // answer that parses counts as the list, even one that is no array and so names no mirror at all.
   ZRVURL primary = endpoint(isDevelopment() ? "development-mirrors" : "production-mirrors");
   ZRVURL backup = endpoint("production-backup-mirrors");
   ZRVURL safe = endpoint("production-safe-mirror");
   readJSON(primary, [backup, safe, completion](bool success, std::optional<ZRVJSON> list, auto, auto) {
-    if (success && list && list->is_array()) {
+    if (success && list) {
       completion(zrv::update::mirrorURLsFromList(*list));
       return;
     }
     readJSON(backup, [safe, completion](bool backupSuccess, std::optional<ZRVJSON> backupList, auto, auto) {
-      if (backupSuccess && backupList && backupList->is_array()) {
+      if (backupSuccess && backupList) {
         completion(zrv::update::mirrorURLsFromList(*backupList));
         return;
       }

@@ -42,7 +42,7 @@ class ZRVGameManager {
   std::string output() const;
   void setOutput(std::string output);
 
-  /// The process of the most recent start (0 before the first).
+  /// The process of the most recent start (0 before the first, and after a start that failed).
   pid_t task() const;
   void setTask(pid_t task);
 

@@ -150,7 +150,9 @@ TEST_F(GameManagerTest, GamesThatCannotStartReport1000WithoutStarted) {
     c.prepare(container / "Quillmoor");
     LogCapture log;
     ZRVGameManager manager;
+    manager.setTask(4242);  // an earlier game
     Run run = startAndWait(manager, "cookie", "server", false);
+    EXPECT_EQ(manager.task(), 0) << c.what;
     EXPECT_EQ(run.events, (std::vector<std::string>{"exited"})) << c.what;
     EXPECT_EQ(run.status, 1000) << c.what;
     ASSERT_EQ(log.lines().size(), 1u) << c.what;

@@ -2,6 +2,7 @@
 #include <ZRVKit/ZRVExtensions.h>
 #include <ZRVKit/ZRVGlobals.h>
 #include <ZRVKit/ZRVMainQueue.h>
+#include <ZRVKit/ZRVManagedFile.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 #include <ZRVKit/ZRVPatcher.h>
 
@@ -35,14 +36,19 @@ struct UpdateRun {
           std::lock_guard lock(mutex);
           reports.emplace_back(status, progress);
         },
+        // The outcome is counted after the lock is given back: the test may end the run as soon as it sees it.
         [this](const std::string& message) {
-          std::lock_guard lock(mutex);
-          completed = message;
+          {
+            std::lock_guard lock(mutex);
+            completed = message;
+          }
           ++outcomes;
         },
         [this](const ZRVError& error) {
-          std::lock_guard lock(mutex);
-          failed = error;
+          {
+            std::lock_guard lock(mutex);
+            failed = error;
+          }
           ++outcomes;
         });
   }
@@ -102,6 +108,8 @@ TEST_F(PatcherTest, MirrorListFallsBackFromPrimaryToBackupToSafe) {
     std::vector<std::string> expected;  // relative to the server's base
   } cases[] = {
       {"empty primary list wins", 0, ScriptedResponse::json("[]"), std::nullopt, {}},
+      {"primary JSON but no list: still no fallback", 0, ScriptedResponse::json(R"({"mirrors": ["MIRROR/a/"]})"),
+       std::nullopt, {}},
       {"primary not JSON, backup used", 0, ScriptedResponse::text("oops", 500),
        ScriptedResponse::json(R"(["/ignored", "MIRROR/a/", 7, "MIRROR/b/"])"), {"/a/", "/b/"}},
       {"both unreachable: the safe mirror", 0, ScriptedResponse::text("", 503), ScriptedResponse::text("", 503),
@@ -216,6 +224,28 @@ TEST_F(PatcherTest, AFileThatCannotBeDownloadedAnywhereSilencesTheRun) {
   for (int i = 0; i < 20; ++i) EXPECT_EQ(installed("ok" + std::to_string(i)), "fine");  // the others went on
 }
 
+TEST_F(PatcherTest, FilesWhoseDownloadNameDoesNotDecodeDoNotHoldUpTheOthers) {
+  // More silent files than are worked on at once: each must still give its place to the next file.
+  for (std::size_t i = 0; i < 3 * ZRVPatcher::kFilesInFlight; ++i) {
+    content.publish("undecodable" + std::to_string(i), "x")["dl"] = "bad%zzname";
+  }
+  for (int i = 0; i < 5; ++i) content.publish("ok" + std::to_string(i), "fine");
+  content.serveManifestAndMirrors();
+  UpdateRun run;
+  run.start(patcher, install.path());
+  // Waits for every report (one per silent file, two per good one) rather than for the files, so that the
+  // run does not outlive the test while it still reports.
+  const std::size_t expected = 3 * ZRVPatcher::kFilesInFlight + 2 * 5;
+  ASSERT_TRUE(ZRVOperationQueue::mainQueue().runUntil(
+      [&] {
+        std::lock_guard lock(run.mutex);
+        return run.reports.size() >= expected;
+      },
+      20s));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(installed("ok" + std::to_string(i)), "fine");
+  EXPECT_EQ(run.outcomes.load(), 0);
+}
+
 TEST_F(PatcherTest, TheFrameworkIsFetchedAndUnpackedFirst) {
   fs::remove_all(install / "Frameworks");
   TemporaryDirectory archive;
@@ -259,4 +289,19 @@ TEST_F(PatcherTest, TwoThousandFilesNeedNoThreadEach) {
   EXPECT_EQ(run.completed, "Everything is up to date");
   EXPECT_EQ(installed("pack0.dat"), "contents of pack0.dat");
   EXPECT_LT(ZRVOperationQueue::workQueue().threadCount(), 64u);
+}
+
+TEST(ManagedFileTest, OnlyAnEmptyFolderPartMakesAFolder) {
+  // The test is inverted on purpose: a real sub-folder is never made, an empty folder part makes the base.
+  const struct {
+    const char* name;
+    bool baseMade;
+  } cases[] = {{"flat.bin", false}, {"a/b.bin", false}, {"maps/", true}};
+  for (const auto& c : cases) {
+    TemporaryDirectory scratch;
+    fs::path base = scratch / "install";
+    ASSERT_TRUE(ZRVManagedFile::initWithFilename(c.name, base, "hash", "compHash", std::nullopt)) << c.name;
+    EXPECT_EQ(fs::exists(base), c.baseMade) << c.name;
+    EXPECT_FALSE(fs::exists(base / "a")) << c.name;
+  }
 }
