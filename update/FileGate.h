@@ -1,51 +1,73 @@
 #pragma once
 // Lets a bounded number of game files be worked on at once, without a thread waiting for a turn: a file
-// that cannot start now is started by the one that leaves.
+// that cannot start now is started by the one that leaves. Besides the count, the bytes of the installed
+// files in flight are bounded, since patching holds a file's old and new contents in memory: a few very
+// large files go one or two at a time instead of eight. A file larger than the whole budget still goes,
+// alone.
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
+#include <vector>
 
 namespace zrv::update {
 
-class FileGate : public std::enable_shared_from_this<FileGate> {
+class FileGate {
  public:
-  explicit FileGate(std::size_t width) : free_(width) {}
+  FileGate(std::size_t width, std::uintmax_t byteBudget) : width_(width), byteBudget_(byteBudget) {}
 
-  /// Runs `start` now if a place is free, else when one frees up (on the thread that frees it).
-  void enter(std::function<void()> start) {
+  /// Runs `start` now if the file fits, else when enough has left (on the thread that leaves). Files start
+  /// in the order they entered.
+  void enter(std::uintmax_t bytes, std::function<void()> start) {
     {
       std::lock_guard lock(mutex_);
-      if (free_ == 0) {
-        waiting_.push_back(std::move(start));
+      if (!waiting_.empty() || !fits(bytes)) {
+        waiting_.push_back({bytes, std::move(start)});
         return;
       }
-      --free_;
+      admit(bytes);
     }
     start();
   }
 
-  /// Gives a place back; hands it straight to the next waiting file, if any.
-  void leave() {
-    std::function<void()> next;
+  /// Gives a file's place back; starts the waiting files that now fit.
+  void leave(std::uintmax_t bytes) {
+    std::vector<std::function<void()>> starting;
     {
       std::lock_guard lock(mutex_);
-      if (waiting_.empty()) {
-        ++free_;
-        return;
+      --count_;
+      bytesInFlight_ -= bytes;
+      while (!waiting_.empty() && fits(waiting_.front().bytes)) {
+        admit(waiting_.front().bytes);
+        starting.push_back(std::move(waiting_.front().start));
+        waiting_.pop_front();
       }
-      next = std::move(waiting_.front());
-      waiting_.pop_front();
     }
-    next();
+    for (auto& start : starting) start();
   }
 
  private:
+  struct Waiting {
+    std::uintmax_t bytes;
+    std::function<void()> start;
+  };
+
+  bool fits(std::uintmax_t bytes) const {
+    return count_ == 0 || (count_ < width_ && bytesInFlight_ + bytes <= byteBudget_);
+  }
+  void admit(std::uintmax_t bytes) {
+    ++count_;
+    bytesInFlight_ += bytes;
+  }
+
+  const std::size_t width_;
+  const std::uintmax_t byteBudget_;
   std::mutex mutex_;
-  std::size_t free_;
-  std::deque<std::function<void()>> waiting_;
+  std::size_t count_ = 0;
+  std::uintmax_t bytesInFlight_ = 0;
+  std::deque<Waiting> waiting_;
 };
 
 }  // namespace zrv::update

@@ -259,7 +259,7 @@ void ZRVPatcher::_patchGameFilesIfNecessary() {
   // Each file's item ends when its file reports; it holds no thread meanwhile, and only a few files are
   // downloaded and patched at once. A file whose whole download failed everywhere never reports, so its
   // item never ends and neither does the run; it does give its place to the next file.
-  auto gate = std::make_shared<zrv::update::FileGate>(kFilesInFlight);
+  auto gate = std::make_shared<zrv::update::FileGate>(kFilesInFlight, kBytesInFlight);
   auto final = ZRVOperation::operationWithBlock([this] { _patchingComplete(); });
   std::vector<std::shared_ptr<ZRVOperation>> items;
   for (const auto& file : files) {
@@ -272,10 +272,18 @@ void ZRVPatcher::_patchGameFilesIfNecessary() {
         finish();
         return;
       }
-      gate->enter([this, file, patches, gate, finish] {
-        ZRVOperationQueue::workQueue().addOperationWithBlock([this, file, patches, gate, finish] {
+      std::error_code sizeError;
+      std::uintmax_t installedBytes = fs::file_size(file->location(), sizeError);
+      if (sizeError) installedBytes = 0;
+      gate->enter(installedBytes, [this, file, patches, gate, finish, installedBytes] {
+        ZRVOperationQueue::workQueue().addOperationWithBlock([this, file, patches, gate, finish, installedBytes] {
           auto ended = std::make_shared<std::once_flag>();
-          auto end = [gate, finish, ended] { std::call_once(*ended, [&] { gate->leave(); finish(); }); };
+          auto end = [gate, finish, ended, installedBytes] {
+            std::call_once(*ended, [&] {
+              gate->leave(installedBytes);
+              finish();
+            });
+          };
           auto status = [this](const std::string& text) {
             if (auto handler = updateHandler()) handler(text, progress());
           };
@@ -287,7 +295,7 @@ void ZRVPatcher::_patchGameFilesIfNecessary() {
             _reportFileFailure(error);
             end();
           };
-          auto settled = [gate] { gate->leave(); };
+          auto settled = [gate, installedBytes] { gate->leave(installedBytes); };
           const std::vector<ZRVURL> mirrors = mirrorURLs();
           try {
             file->update(mirrors, patches, status, completion, failure, settled);

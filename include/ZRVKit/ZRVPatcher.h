@@ -12,6 +12,7 @@
 #include <ZRVKit/ZRVURL.h>
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -37,8 +38,10 @@ class ZRVPatcher {
   static constexpr double kBaseProgressWithFramework = 3.704;
   /// Server documents (manifest, mirror lists) above this size are not read.
   static constexpr std::size_t kMaxDocumentSize = std::size_t{64} << 20;
-  /// How many game files are worked on at once.
+  /// How many game files are worked on at once, and how many bytes of installed files at most (a single larger
+  /// file still goes, alone): patching holds a file's old and new contents in memory.
   static constexpr std::size_t kFilesInFlight = 8;
+  static constexpr std::uintmax_t kBytesInFlight = std::uintmax_t{1} << 30;
 
   /// The one shared patcher, made on first use.
   static ZRVPatcher& defaultPatcher();
