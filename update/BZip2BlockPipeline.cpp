@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -17,10 +18,60 @@ std::atomic<std::size_t> BZip2BlockPipeline::minimumInputLength{32 * 1024};
 namespace {
 
 constexpr std::size_t kChunkLength = 1 << 20;
+// Decoded bytes waiting for the reader beyond which no further block is started. One block can expand to
+// some 45 MB (runs of a byte), so this, not the count of blocks, is what bounds memory.
+constexpr std::size_t kBufferedLimit = 32 << 20;
+
+/// libbz2 allocates its block-sized tables afresh for every stream, and here every block is a stream of its
+/// own: each thread keeps the last ones for its next block, so they come warm from its cache rather than cold
+/// from the kernel.
+class TableCache {
+ public:
+  ~TableCache() {
+    for (void* block : spare_) std::free(block);
+  }
+  static void* allocate(void*, int items, int size) {
+    const std::size_t length = static_cast<std::size_t>(items) * static_cast<std::size_t>(size);
+    TableCache& cache = instance();
+    for (std::size_t i = 0; i < cache.spare_.size(); ++i) {
+      if (lengthOf(cache.spare_[i]) == length) {
+        void* block = cache.spare_[i];
+        cache.spare_.erase(cache.spare_.begin() + static_cast<long>(i));
+        return static_cast<char*>(block) + kHeader;
+      }
+    }
+    void* block = std::malloc(length + kHeader);
+    if (!block) return nullptr;
+    *static_cast<std::size_t*>(block) = length;
+    return static_cast<char*>(block) + kHeader;
+  }
+  static void release(void*, void* address) {
+    if (!address) return;
+    void* block = static_cast<char*>(address) - kHeader;
+    TableCache& cache = instance();
+    if (cache.spare_.size() == kKept) {
+      std::free(cache.spare_.front());
+      cache.spare_.erase(cache.spare_.begin());
+    }
+    cache.spare_.push_back(block);
+  }
+
+ private:
+  static constexpr std::size_t kHeader = 64;  // keeps the tables as aligned as malloc's own
+  static constexpr std::size_t kKept = 3;     // libbz2 makes two allocations per stream
+  static std::size_t lengthOf(void* block) { return *static_cast<std::size_t*>(block); }
+  static TableCache& instance() {
+    thread_local TableCache cache;
+    return cache;
+  }
+  std::vector<void*> spare_;
+};
 
 /// Decodes a one-block stream; false unless libbz2 reaches its end using every byte of it.
 bool decodeBlockStream(const ZRVData& stream, std::vector<BZip2BlockPipeline::Chunk>& chunks) {
   bz_stream decoder{};
+  decoder.bzalloc = TableCache::allocate;
+  decoder.bzfree = TableCache::release;
   if (BZ2_bzDecompressInit(&decoder, 0, 0) != BZ_OK) return false;
   decoder.next_in = const_cast<char*>(reinterpret_cast<const char*>(stream.data()));
   decoder.avail_in = static_cast<unsigned int>(stream.size());
@@ -77,6 +128,7 @@ struct BZip2BlockPipeline::Shared : std::enable_shared_from_this<Shared> {
   bool stopped = false;        ///< a block failed or the pipeline closed: claim nothing more
   bool closed = false;
   std::size_t decoding = 0;    ///< blocks being decoded right now
+  std::size_t buffered = 0;    ///< decoded bytes not yet handed out
   std::size_t helpers = 0;
 
   Shared(const std::uint8_t* data, std::size_t size) : input(data), length(size) {}
@@ -115,7 +167,7 @@ struct BZip2BlockPipeline::Shared : std::enable_shared_from_this<Shared> {
 
   /// Takes the next block nobody decodes yet, if the window allows; its bounds go to `slotIndex`.
   bool claimLocked(std::size_t& slotIndex) {
-    if (stopped || nextClaim >= firstSlot + window) return false;
+    if (stopped || nextClaim >= firstSlot + window || buffered >= kBufferedLimit) return false;
     if (nextClaim == locatedEnd() && !locateNextLocked()) return false;
     slotIndex = nextClaim++;
     slots[slotIndex - firstSlot].state = SlotState::decoding;
@@ -124,7 +176,8 @@ struct BZip2BlockPipeline::Shared : std::enable_shared_from_this<Shared> {
   }
 
   bool claimableLocked() const {
-    return !stopped && nextClaim < firstSlot + window && (nextClaim < locatedEnd() || scan == Scan::going);
+    return !stopped && nextClaim < firstSlot + window && buffered < kBufferedLimit &&
+           (nextClaim < locatedEnd() || scan == Scan::going);
   }
 
   /// Decodes a claimed block with the lock released and files the result.
@@ -142,7 +195,10 @@ struct BZip2BlockPipeline::Shared : std::enable_shared_from_this<Shared> {
     lock.lock();
     Slot& filed = slots[index - firstSlot];
     filed.state = decoded ? SlotState::decoded : SlotState::failed;
-    if (decoded) filed.chunks = std::move(chunks);
+    if (decoded) {
+      for (const Chunk& chunk : chunks) buffered += chunk.length;
+      filed.chunks = std::move(chunks);
+    }
     if (!decoded) stopped = true;
     --decoding;
     changed.notify_all();
@@ -209,6 +265,7 @@ BZip2BlockPipeline::Next BZip2BlockPipeline::next(std::vector<Chunk>& chunks) {
       if (slot.state == Shared::SlotState::waiting && shared.stopped) return Next::failure;
       if (slot.state == Shared::SlotState::decoded) {
         chunks = std::move(slot.chunks);
+        for (const Chunk& chunk : chunks) shared.buffered -= chunk.length;
         shared.combinedCRC = BZip2Blocks::combineCRC(shared.combinedCRC, slot.crc);
         shared.slots.pop_front();
         ++shared.firstSlot;

@@ -1,8 +1,8 @@
 #pragma once
 // Decodes the blocks of one bzip2 stream in parallel, in order, a few blocks ahead of the reader. The reader's
 // own thread decodes too, so the pipeline finishes even when the work queue has no thread to spare; helpers on
-// the work queue only speed it up. Memory stays bounded by the window of blocks in flight, whatever the stream
-// or a patch header claims.
+// the work queue only speed it up. Memory stays bounded (a few blocks in flight, and no new block started while
+// too many decoded bytes wait for the reader), whatever the stream or a patch header claims.
 //
 // The result is trusted only as far as libbz2 vouches for it: every block is decoded as a stream of its own
 // (block CRC checked) and must use exactly the bits up to the next magic, and the blocks' CRCs must add up to
