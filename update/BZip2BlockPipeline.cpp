@@ -218,8 +218,13 @@ struct BZip2BlockPipeline::Shared : std::enable_shared_from_this<Shared> {
 
   void help() {
     std::unique_lock lock(mutex);
-    std::size_t index;
-    while (!closed && claimLocked(index)) decodeClaimed(lock, index);
+    try {
+      std::size_t index;
+      while (!closed && claimLocked(index)) decodeClaimed(lock, index);
+    } catch (...) {
+      stopped = true;  // out of memory while locating a block: the reader falls back to sequential decoding
+      changed.notify_all();
+    }
     --helpers;
   }
 };

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 
 #include <unistd.h>
 
@@ -26,7 +27,7 @@ enum class ParallelOutcome { decoded, writeFailed, gaveUp };
 
 /// Writes the blocks the pipeline decodes, in order, until the stream ends or the pipeline gives up;
 /// `written` counts the bytes handed to the file.
-ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t& written) {
+ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t& written) try {
   BZip2BlockPipeline pipeline(data.data(), data.size());
   std::vector<BZip2BlockPipeline::Chunk> chunks;
   for (;;) {
@@ -45,6 +46,8 @@ ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t&
         break;
     }
   }
+} catch (const std::bad_alloc&) {
+  return ParallelOutcome::gaveUp;  // the sequential decoder needs far less memory
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <new>
 
 namespace {
 constexpr std::size_t kLargestPass = std::size_t{1} << 30;  // well within libbz2's unsigned int counters
@@ -11,10 +12,12 @@ constexpr std::size_t kLargestPass = std::size_t{1} << 30;  // well within libbz
 BZip2StreamDecoder::BZip2StreamDecoder(const std::uint8_t* input, std::size_t length)
     : input_(input), length_(length) {
   if (BZip2BlockPipeline::worthwhile(length)) {
-    pipeline_ = std::make_unique<BZip2BlockPipeline>(input, length);
-  } else {
-    startSequential();
+    try {
+      pipeline_ = std::make_unique<BZip2BlockPipeline>(input, length);
+    } catch (const std::bad_alloc&) {
+    }
   }
+  if (!pipeline_) startSequential();
 }
 
 BZip2StreamDecoder::~BZip2StreamDecoder() {
@@ -57,7 +60,13 @@ std::size_t BZip2StreamDecoder::readFromBlocks(std::uint8_t* out, std::size_t ca
     }
     chunks_.clear();
     chunkIndex_ = 0;
-    switch (pipeline_->next(chunks_)) {
+    BZip2BlockPipeline::Next next;
+    try {
+      next = pipeline_->next(chunks_);
+    } catch (const std::bad_alloc&) {
+      next = BZip2BlockPipeline::Next::failure;  // the sequential decoder needs far less memory
+    }
+    switch (next) {
       case BZip2BlockPipeline::Next::block:
         break;
       case BZip2BlockPipeline::Next::end:
