@@ -266,8 +266,6 @@ BZip2BlockPipeline::Next BZip2BlockPipeline::next(std::vector<Chunk>& chunks) {
   for (;;) {
     if (shared.firstSlot < shared.locatedEnd()) {
       Shared::Slot& slot = shared.slots.front();
-      if (slot.state == Shared::SlotState::failed) return Next::failure;
-      if (slot.state == Shared::SlotState::waiting && shared.stopped) return Next::failure;
       if (slot.state == Shared::SlotState::decoded) {
         chunks = std::move(slot.chunks);
         for (const Chunk& chunk : chunks) shared.buffered -= chunk.length;
@@ -282,6 +280,8 @@ BZip2BlockPipeline::Next BZip2BlockPipeline::next(std::vector<Chunk>& chunks) {
     } else if (shared.scan == Shared::Scan::broken) {
       return Next::failure;
     }
+    // A block failed, here or further on: the stream cannot be finished this way.
+    if (shared.stopped) return Next::failure;
     // The block wanted is not ready: decode the next free one here rather than wait.
     std::size_t index;
     if (shared.claimLocked(index)) {
@@ -292,8 +292,7 @@ BZip2BlockPipeline::Next BZip2BlockPipeline::next(std::vector<Chunk>& chunks) {
     if (shared.firstSlot == shared.locatedEnd()) continue;  // locating found the end or a break
     ZRVOperationQueue::BlockingScope blocking;
     shared.changed.wait(lock, [&] {
-      return shared.slots.front().state == Shared::SlotState::decoded ||
-             shared.slots.front().state == Shared::SlotState::failed || shared.claimableLocked();
+      return shared.slots.front().state == Shared::SlotState::decoded || shared.stopped || shared.claimableLocked();
     });
   }
 }
