@@ -1,16 +1,11 @@
 #pragma once
 // Incremental decoding of one bzip2 stream held in memory. The patch reader pulls exactly as many bytes as the
-// patch's control triples ask for; the blocks are decoded in parallel a few blocks ahead of it, so a stream is
-// never held decoded in full.
-
-#include "BZip2BlockPipeline.h"
+// patch's control triples ask for, so a stream is never held decoded in full.
 
 #include <bzlib.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
 
 class BZip2StreamDecoder {
  public:
@@ -28,25 +23,9 @@ class BZip2StreamDecoder {
   State state() const { return state_; }
 
  private:
-  std::size_t readFromBlocks(std::uint8_t* out, std::size_t capacity);
-  std::size_t readSequentially(std::uint8_t* out, std::size_t capacity);
-  void startSequential();
-
-  const std::uint8_t* input_;
-  std::size_t length_;
-  State state_ = State::decoding;
-
-  std::unique_ptr<BZip2BlockPipeline> pipeline_;  ///< until the stream ends or the pipeline gives up
-  std::vector<BZip2BlockPipeline::Chunk> chunks_;  ///< the current block
-  std::size_t chunkIndex_ = 0;
-  std::size_t chunkOffset_ = 0;
-  std::uint64_t delivered_ = 0;  ///< bytes handed out so far
-
-  // The sequential decoder, which defines the result: for small streams, and from the start again whenever the
-  // pipeline gives up (skipping what the pipeline already delivered, which it decodes identically).
   bz_stream stream_{};
-  const std::uint8_t* pending_ = nullptr;  ///< input not yet handed to libbz2 (its counters are 32-bit)
-  std::size_t pendingLength_ = 0;
-  std::uint64_t skip_ = 0;
+  const std::uint8_t* pending_;  ///< input not yet handed to libbz2 (its counters are 32-bit)
+  std::size_t pendingLength_;
+  State state_ = State::decoding;
   bool initialised_ = false;
 };
