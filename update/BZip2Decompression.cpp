@@ -1,5 +1,7 @@
 // Decompressing a bzip2 stream straight into a file, for downloaded patches and whole game files.
 
+#include "BZip2BlockPipeline.h"
+
 #include <ZRVKit/ZRVExtensions.h>
 
 #include <bzlib.h>
@@ -7,6 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <new>
+
+#include <unistd.h>
 
 namespace {
 
@@ -16,6 +21,33 @@ constexpr std::size_t kLargestPass = std::size_t{1} << 30;  // libbz2 counts inp
 
 void report(std::optional<ZRVError>* error, long code) {
   if (error) *error = ZRVError(std::string(kBZip2Domain), code);
+}
+
+enum class ParallelOutcome { decoded, writeFailed, gaveUp };
+
+/// Writes the blocks the pipeline decodes, in order, until the stream ends or the pipeline gives up;
+/// `written` counts the bytes handed to the file.
+ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t& written) try {
+  BZip2BlockPipeline pipeline(data.data(), data.size());
+  std::vector<BZip2BlockPipeline::Chunk> chunks;
+  for (;;) {
+    switch (pipeline.next(chunks)) {
+      case BZip2BlockPipeline::Next::end:
+        return ParallelOutcome::decoded;
+      case BZip2BlockPipeline::Next::failure:
+        return ParallelOutcome::gaveUp;
+      case BZip2BlockPipeline::Next::block:
+        for (const BZip2BlockPipeline::Chunk& chunk : chunks) {
+          if (std::fwrite(chunk.bytes.get(), 1, chunk.length, file) == static_cast<std::size_t>(-1)) {
+            return ParallelOutcome::writeFailed;
+          }
+          written += chunk.length;
+        }
+        break;
+    }
+  }
+} catch (const std::bad_alloc&) {
+  return ParallelOutcome::gaveUp;  // the sequential decoder needs far less memory
 }
 
 }  // namespace
@@ -39,9 +71,33 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
     return false;
   }
 
+  // Large streams are decoded block by block in parallel. Should that give up (damage, or a block magic that
+  // turned up inside compressed data), the sequential decoder below takes over from the start; it defines the
+  // result. It decodes the blocks already written identically and writes only what comes after them, and
+  // where it stops short of them (it drops the bytes of the pass that meets damage) the file is cut back.
+  std::uint64_t parallelWritten = 0;
+  if (BZip2BlockPipeline::worthwhile(data.size())) {
+    switch (writeBlocks(data, file, parallelWritten)) {
+      case ParallelOutcome::decoded:
+        std::fclose(file);
+        BZ2_bzDecompressEnd(&stream);
+        return true;
+      case ParallelOutcome::writeFailed: {
+        int writeError = errno;
+        std::fclose(file);
+        BZ2_bzDecompressEnd(&stream);
+        report(error, writeError);
+        return false;
+      }
+      case ParallelOutcome::gaveUp:
+        break;
+    }
+  }
+
   const std::uint8_t* pending = data.data();
   std::size_t pendingLength = data.size();
   char chunk[kChunkLength];
+  std::uint64_t position = 0;  // bytes written so far by this loop, or found already written
   for (;;) {
     if (stream.avail_in == 0 && pendingLength > 0) {
       std::size_t pass = std::min(pendingLength, kLargestPass);
@@ -60,12 +116,21 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
     if ((result != BZ_OK && result != BZ_STREAM_END) || starved) {
       // Damaged or non-bzip2 input leaves what was written so far, possibly nothing, and still counts as
       // success: the callers compare the file's SHA-1 with the manifest, and that is what rejects it.
+      if (position < parallelWritten) {
+        std::fflush(file);
+        if (ftruncate(fileno(file), static_cast<off_t>(position)) != 0) {
+          // Left longer than it should be; the digest comparison rejects it all the same.
+        }
+      }
       std::fclose(file);
       BZ2_bzDecompressEnd(&stream);
       return true;
     }
     // Only an outright failure of fwrite is reported; a short count is left to the callers' digests too.
-    if (std::fwrite(chunk, 1, produced, file) == static_cast<std::size_t>(-1)) {
+    const std::size_t alreadyWritten =
+        position < parallelWritten ? static_cast<std::size_t>(std::min<std::uint64_t>(parallelWritten - position, produced)) : 0;
+    position += produced;
+    if (std::fwrite(chunk + alreadyWritten, 1, produced - alreadyWritten, file) == static_cast<std::size_t>(-1)) {
       int writeError = errno;
       std::fclose(file);
       BZ2_bzDecompressEnd(&stream);

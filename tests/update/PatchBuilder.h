@@ -20,14 +20,14 @@ inline void appendField(ZRVData& out, std::int64_t value) {
   if (value < 0) out.back() |= 0x80;
 }
 
-inline ZRVData bzip2(const ZRVData& input) {
+inline ZRVData bzip2(const ZRVData& input, int level = 9) {
   ZRVData output(input.size() + input.size() / 100 + 600);
   static char nothing;  // libbz2 refuses a null source even for no bytes
   char* source = input.empty() ? &nothing : const_cast<char*>(reinterpret_cast<const char*>(input.data()));
   auto length = static_cast<unsigned int>(output.size());
   if (BZ2_bzBuffToBuffCompress(reinterpret_cast<char*>(output.data()), &length,
                                source,
-                               static_cast<unsigned int>(input.size()), 9, 0, 0) != BZ_OK) {
+                               static_cast<unsigned int>(input.size()), level, 0, 0) != BZ_OK) {
     throw std::runtime_error("bzip2 compression failed");
   }
   output.resize(length);

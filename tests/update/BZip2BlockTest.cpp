@@ -1,0 +1,142 @@
+// Block-parallel bzip2 decoding into a file must give exactly what the sequential decoder gives, for good and for
+// damaged streams alike.
+
+#include "support/TemporaryDirectory.h"
+#include "tests/update/PatchBuilder.h"
+#include "update/BZip2BlockPipeline.h"
+#include "update/BZip2Blocks.h"
+
+#include <ZRVKit/ZRVExtensions.h>
+#include <ZRVKit/ZRVOperationQueue.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <random>
+
+namespace {
+
+/// Sets the size from which the parallel decoder is used, for one scope.
+class ParallelFrom {
+ public:
+  explicit ParallelFrom(std::size_t length) : saved_(BZip2BlockPipeline::minimumInputLength.exchange(length)) {}
+  ~ParallelFrom() { BZip2BlockPipeline::minimumInputLength = saved_; }
+
+ private:
+  std::size_t saved_;
+};
+constexpr std::size_t kAlways = 0;
+constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
+
+/// Compresses to several 100 kB blocks, about half their size.
+ZRVData gameLikeBytes(std::size_t length, unsigned seed) {
+  ZRVData bytes(length);
+  std::mt19937 random(seed);
+  for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<std::uint8_t>(i % 512 < 200 ? 0 : random() % 40);
+  return bytes;
+}
+
+std::vector<std::uint64_t> blockStarts(const ZRVData& stream) {
+  std::vector<std::uint64_t> starts;
+  for (auto magic = BZip2Blocks::findMagic(stream.data(), stream.size(), 32); magic && !magic->end;
+       magic = BZip2Blocks::findMagic(stream.data(), stream.size(), magic->bit + 48)) {
+    starts.push_back(magic->bit);
+  }
+  return starts;
+}
+
+struct Case {
+  const char* name;
+  std::function<ZRVData(ZRVData)> damage;
+};
+
+const ZRVData& cleanStream() {
+  static const ZRVData stream = bzip2(gameLikeBytes(700000, 1), 1);
+  return stream;
+}
+
+std::vector<Case> cases() {
+  auto middleOfBlock = [](const ZRVData& stream, std::size_t block) {
+    auto starts = blockStarts(stream);
+    return static_cast<std::size_t>((starts.at(block) + starts.at(block + 1)) / 16);
+  };
+  return {
+      {"clean", [](ZRVData s) { return s; }},
+      {"block magic planted in block 2",
+       [=](ZRVData s) {
+         const std::uint8_t magic[] = {0x31, 0x41, 0x59, 0x26, 0x53, 0x59};
+         std::copy(std::begin(magic), std::end(magic), s.begin() + static_cast<long>(middleOfBlock(s, 2)));
+         return s;
+       }},
+      {"end magic planted in block 1",
+       [=](ZRVData s) {
+         const std::uint8_t magic[] = {0x17, 0x72, 0x45, 0x38, 0x50, 0x90};
+         std::copy(std::begin(magic), std::end(magic), s.begin() + static_cast<long>(middleOfBlock(s, 1)));
+         return s;
+       }},
+      {"damaged middle block", [=](ZRVData s) { s[middleOfBlock(s, 2)] ^= 0x10; return s; }},
+      {"damaged block CRC", [](ZRVData s) { s[blockStarts(s)[1] / 8 + 8] ^= 0x01; return s; }},
+      {"damaged combined CRC", [](ZRVData s) { s[s.size() - 2] ^= 0x04; return s; }},
+      {"last block cut short", [](ZRVData s) { s.resize(s.size() - 2000); return s; }},
+      {"cut inside the combined CRC", [](ZRVData s) { s.resize(s.size() - 3); return s; }},
+      {"a second stream behind",
+       [](ZRVData s) {
+         ZRVData second = bzip2(gameLikeBytes(250000, 2), 1);
+         s.insert(s.end(), second.begin(), second.end());
+         return s;
+       }},
+      {"garbage behind", [](ZRVData s) { s.insert(s.end(), 5000, 0x31); return s; }},
+      {"empty stream", [](ZRVData) { return bzip2({}); }},
+      {"not bzip2", [](ZRVData) { return gameLikeBytes(70000, 3); }},
+  };
+}
+
+std::string decodeToFile(const ZRVData& input, const std::filesystem::path& file) {
+  std::optional<ZRVError> error;
+  EXPECT_TRUE(ZRVExtensions::decompressBZIP2CompressedDataToURL(input, file, &error));
+  EXPECT_FALSE(error);
+  return readFile(file);
+}
+
+TEST(BZip2Blocks, parallelDecodingGivesWhatSequentialDecodingGives) {
+  ASSERT_GE(blockStarts(cleanStream()).size(), 4u);
+  TemporaryDirectory folder;
+  for (const Case& c : cases()) {
+    const ZRVData input = c.damage(cleanStream());
+    std::string sequentialFile, parallelFile;
+    {
+      ParallelFrom never(kNever);
+      sequentialFile = decodeToFile(input, folder / "sequential");
+    }
+    {
+      ParallelFrom always(kAlways);
+      parallelFile = decodeToFile(input, folder / "parallel");
+    }
+    EXPECT_TRUE(parallelFile == sequentialFile) << c.name;
+  }
+}
+
+TEST(BZip2Blocks, manyDecodesAtOnceOnTheWorkQueueFinish) {
+  ParallelFrom always(kAlways);
+  TemporaryDirectory folder;
+  const std::string expected = [] {
+    ZRVData bytes = gameLikeBytes(700000, 1);
+    return std::string(bytes.begin(), bytes.end());
+  }();
+  ZRVOperationQueue& queue = ZRVOperationQueue::workQueue();
+  std::vector<std::shared_ptr<ZRVOperation>> operations;
+  std::atomic<int> succeeded{0};
+  for (int i = 0; i < 12; ++i) {
+    operations.push_back(queue.addOperationWithBlock([&, i] {
+      const auto file = folder / std::to_string(i);
+      if (ZRVExtensions::decompressBZIP2CompressedDataToURL(cleanStream(), file) && readFile(file) == expected) {
+        ++succeeded;
+      }
+    }));
+  }
+  for (const auto& operation : operations) operation->waitUntilFinished();
+  EXPECT_EQ(succeeded, 12);
+}
+
+}  // namespace
