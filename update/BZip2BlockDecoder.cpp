@@ -160,15 +160,18 @@ struct HuffmanCode {
 /// Block-sized tables kept per thread between blocks.
 struct Workspace {
   std::unique_ptr<std::uint32_t[]> links;  ///< the BWT's last column (low byte) and the inverse links above it
+  std::unique_ptr<std::uint32_t[]> backLinks;  ///< the last column again, with the links the other way
   std::unique_ptr<std::uint8_t[]> bytes;   ///< the block before its runs are expanded
   std::size_t capacity = 0;
 
   void reserve(std::size_t length) {
     if (capacity >= length) return;
     links.reset();
+    backLinks.reset();
     bytes.reset();
     capacity = 0;
     links.reset(new std::uint32_t[length]);
+    backLinks.reset(new std::uint32_t[length]);
     bytes.reset(new std::uint8_t[length]);
     capacity = length;
   }
@@ -279,6 +282,9 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
               std::uint8_t levelDigit, std::vector<Chunk>& chunks) {
   if (levelDigit < '1' || levelDigit > '9' || endBit > std::uint64_t{length} * 8) return Result::unsure;
   if (startBit + BZip2Blocks::kMagicBits + BZip2Blocks::kCRCBits > endBit) return Result::unsure;
+  if (BZip2Blocks::bitsAt(data, length, startBit, BZip2Blocks::kMagicBits) != BZip2Blocks::kBlockMagic) {
+    return Result::unsure;
+  }
   const std::uint32_t blockLimit = 100000u * static_cast<std::uint32_t>(levelDigit - '0');
   BitReader in(data, length, startBit + BZip2Blocks::kMagicBits);
 
@@ -387,20 +393,39 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
   }
   if (in.position() != endBit || origin >= filled) return Result::unsure;
 
-  // Inverse BWT: each byte of the last column links to the next one in the block.
+  // Inverse BWT: each byte of the last column links to the next one in the block (as libbz2 follows them) and
+  // back to the one before. Following one chain is a cache miss per byte; the first half of the block is
+  // followed forwards while the second half is followed backwards from its last byte, so two misses overlap.
+  std::uint32_t* const backLinks = workspace.backLinks.get();
   std::uint32_t next[256];
   for (std::uint32_t byte = 0, sum = 0; byte < 256; ++byte) {
     next[byte] = sum;
     sum += byteCounts[byte];
   }
-  for (std::uint32_t i = 0; i < filled; ++i) links[next[links[i] & 0xFF]++] |= i << 8;
-  std::uint8_t* const bytes = workspace.bytes.get();
-  std::uint32_t position = links[origin] >> 8;
   for (std::uint32_t i = 0; i < filled; ++i) {
-    const std::uint32_t link = links[position];
-    bytes[i] = static_cast<std::uint8_t>(link);
-    position = link >> 8;
+    const std::uint32_t byte = links[i] & 0xFF;
+    const std::uint32_t to = next[byte]++;
+    links[to] |= i << 8;
+    backLinks[i] = to << 8 | byte;
   }
+  std::uint8_t* const bytes = workspace.bytes.get();
+  const std::uint32_t backwards = filled / 2, forwards = filled - backwards;
+  std::uint32_t forward = links[origin] >> 8, backward = origin, lastForward = forward;
+  for (std::uint32_t i = 0; i < backwards; ++i) {
+    const std::uint32_t ahead = links[forward], behind = backLinks[backward];
+    lastForward = forward;
+    bytes[i] = static_cast<std::uint8_t>(ahead);
+    forward = ahead >> 8;
+    bytes[filled - 1 - i] = static_cast<std::uint8_t>(behind);
+    backward = behind >> 8;
+  }
+  if (forwards > backwards) {
+    lastForward = forward;
+    bytes[backwards] = static_cast<std::uint8_t>(links[forward]);
+  }
+  // The halves join only if the links form the single cycle of a real BWT; libbz2 follows the forward links
+  // alone and may put out other bytes when they do not.
+  if (backwards > 0 && backward != lastForward) return Result::unsure;
 
   std::vector<Chunk> decoded;
   Output out(decoded);
