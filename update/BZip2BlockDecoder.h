@@ -22,12 +22,15 @@ constexpr std::size_t kChunkLength = 1 << 20;
 
 enum class Result { decoded, unsure };
 
+/// `skipped` only for comparing with libbz2, which puts out a block's bytes before it checks their CRC.
+enum class CRCCheck { required, skipped };
+
 /// Decodes the block whose bits run from `startBit` (its magic) to `endBit` (the next magic) of a stream whose
 /// header carries `levelDigit` ('1' to '9'). `decoded`: the block's bytes are appended to `chunks`, its stored
 /// CRC matched, and it used exactly the bits up to `endBit`. `unsure`: `chunks` is left as it was. Throws
 /// std::bad_alloc when memory runs out (the caller's fallback then decides as well).
 Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startBit, std::uint64_t endBit,
-              std::uint8_t levelDigit, std::vector<Chunk>& chunks);
+              std::uint8_t levelDigit, std::vector<Chunk>& chunks, CRCCheck check = CRCCheck::required);
 
 /// bzip2's CRC-32 (most significant bit first, polynomial 0x04C11DB7) carried on over `length` more bytes; start
 /// with 0xFFFFFFFF and invert at the end.
