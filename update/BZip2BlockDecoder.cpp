@@ -3,7 +3,6 @@
 #include "BZip2Blocks.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 namespace BZip2BlockDecoder {
@@ -242,10 +241,11 @@ bool expandRuns(const std::uint8_t* bytes, std::size_t length, Output& out) {
   std::size_t from = 0;
   while (from < length) {
     // The first four equal bytes from here start a run: none of them can belong to an earlier one.
+    auto startsRun = [bytes](std::size_t at) {
+      return bytes[at] == bytes[at + 1] && bytes[at] == bytes[at + 2] && bytes[at] == bytes[at + 3];
+    };
     std::size_t at = from;
-    while (at + 3 < length && !(bytes[at] == bytes[at + 1] && bytes[at] == bytes[at + 2] && bytes[at] == bytes[at + 3])) {
-      ++at;
-    }
+    while (at + 3 < length && !startsRun(at)) ++at;
     if (at + 3 >= length) {
       out.copy(bytes + from, length - from);
       return true;

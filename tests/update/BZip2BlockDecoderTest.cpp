@@ -32,7 +32,8 @@ std::vector<Block> blocksOf(const ZRVData& stream) {
 /// libbz2's answer for the block framed as a stream of its own: its bytes, or nothing. `putOut` gets what it
 /// wrote before it gave up, if it did.
 std::optional<std::string> libbz2Decode(const ZRVData& stream, Block block, std::string* putOut = nullptr) {
-  const ZRVData framed = BZip2Blocks::singleBlockStream(stream.data(), stream.size(), block.start, block.end, stream[3]);
+  const ZRVData framed =
+      BZip2Blocks::singleBlockStream(stream.data(), stream.size(), block.start, block.end, stream[3]);
   bz_stream decoder{};
   if (BZ2_bzDecompressInit(&decoder, 0, 0) != BZ_OK) return std::nullopt;
   decoder.next_in = const_cast<char*>(reinterpret_cast<const char*>(framed.data()));
@@ -224,7 +225,9 @@ TEST(BZip2BlockDecoder, crcMatchesTheBitwiseDefinition) {
     std::uint32_t expected = 0xFFFFFFFF;
     for (std::size_t i = 0; i < length; ++i) {
       expected ^= std::uint32_t{bytes[i]} << 24;
-      for (int bit = 0; bit < 8; ++bit) expected = (expected & 0x80000000u) ? (expected << 1) ^ 0x04C11DB7u : expected << 1;
+      for (int bit = 0; bit < 8; ++bit) {
+        expected = (expected & 0x80000000u) ? (expected << 1) ^ 0x04C11DB7u : expected << 1;
+      }
     }
     EXPECT_EQ(BZip2BlockDecoder::updateCRC(0xFFFFFFFF, bytes.data(), length), expected) << length;
   }
