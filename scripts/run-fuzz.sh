@@ -7,7 +7,7 @@ seconds=${FUZZ_SECONDS:-10}
 cd "$(dirname "$0")/.."
 
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j2 --target patch_fuzzer bzip2_to_file_fuzzer unzip_fuzzer
+cmake --build --preset fuzz -j2 --target patch_fuzzer bzip2_to_file_fuzzer bzip2_block_fuzzer unzip_fuzzer
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -25,5 +25,6 @@ fuzz() {
 
 fuzz patch_fuzzer patch -dict=fuzz/patch.dict
 fuzz bzip2_to_file_fuzzer bzip2
+fuzz bzip2_block_fuzzer bzip2
 fuzz unzip_fuzzer zip -max_len=8192
 echo "fuzzing: no failures"

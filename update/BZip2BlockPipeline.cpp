@@ -17,7 +17,7 @@ std::atomic<std::size_t> BZip2BlockPipeline::minimumInputLength{32 * 1024};
 
 namespace {
 
-constexpr std::size_t kChunkLength = 1 << 20;
+constexpr std::size_t kChunkLength = BZip2BlockDecoder::kChunkLength;
 // Decoded bytes waiting for the reader beyond which no further block is started. One block can expand to
 // some 45 MB (runs of a byte), so this, not the count of blocks, is what bounds memory.
 constexpr std::size_t kBufferedLimit = 32 << 20;
@@ -188,7 +188,15 @@ struct BZip2BlockPipeline::Shared : std::enable_shared_from_this<Shared> {
     std::vector<Chunk> chunks;
     bool decoded = false;
     try {
-      decoded = decodeBlockStream(BZip2Blocks::singleBlockStream(input, length, start, end, levelDigit), chunks);
+      decoded = BZip2BlockDecoder::decode(input, length, start, end, levelDigit, chunks) ==
+                BZip2BlockDecoder::Result::decoded;
+    } catch (...) {
+      // libbz2 gets its chance with the block, as with any other it is unsure of.
+    }
+    try {
+      if (!decoded) {
+        decoded = decodeBlockStream(BZip2Blocks::singleBlockStream(input, length, start, end, levelDigit), chunks);
+      }
     } catch (...) {
       // Out of memory here is no failure of the stream: the sequential decoder gets its chance.
     }

@@ -4,10 +4,13 @@
 // the work queue only speed it up. Memory stays bounded (a few blocks in flight, and no new block started while
 // too many decoded bytes wait for the reader), whatever the stream or a patch header claims.
 //
-// The result is trusted only as far as libbz2 vouches for it: every block is decoded as a stream of its own
-// (block CRC checked) and must use exactly the bits up to the next magic, and the blocks' CRCs must add up to
-// the stream's combined CRC. Anything else, including a magic that turns up inside compressed data by chance,
-// is a failure, and the caller then decodes sequentially from the start, which defines the result.
+// The result is trusted only as far as libbz2 would vouch for it: every block is decoded on its own (block CRC
+// checked), by our own decoder where it is sure libbz2 agrees and by libbz2 otherwise, and must use exactly the
+// bits up to the next magic, and the blocks' CRCs must add up to the stream's combined CRC. Anything else,
+// including a magic that turns up inside compressed data by chance, is a failure, and the caller then decodes
+// sequentially from the start, which defines the result.
+
+#include "BZip2BlockDecoder.h"
 
 #include <atomic>
 #include <cstddef>
@@ -17,10 +20,7 @@
 
 class BZip2BlockPipeline {
  public:
-  struct Chunk {
-    std::unique_ptr<std::uint8_t[]> bytes;
-    std::size_t length = 0;
-  };
+  using Chunk = BZip2BlockDecoder::Chunk;
   enum class Next { block, end, failure };
 
   /// Inputs shorter than this are not worth the threads; decode them sequentially.
