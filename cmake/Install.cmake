@@ -6,6 +6,7 @@ install(TARGETS ZRVKit EXPORT ZRVKitTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY include/ZRVKit DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/include/ZRVKit/ZRVKitVersion.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZRVKit)
 install(DIRECTORY resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ZRVKit
   FILES_MATCHING PATTERN "*.json")
 
@@ -13,8 +14,14 @@ set(ZRV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZRVKit)
 install(EXPORT ZRVKitTargets NAMESPACE ZRVKit:: DESTINATION ${ZRV_CMAKE_DIR})
 configure_package_config_file(cmake/ZRVKitConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfig.cmake INSTALL_DESTINATION ${ZRV_CMAKE_DIR})
+# The same promise as the soname: a 0.x release is compatible only within its minor version.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(ZRV_COMPATIBILITY SameMinorVersion)
+else()
+  set(ZRV_COMPATIBILITY SameMajorVersion)
+endif()
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfigVersion.cmake
-  COMPATIBILITY SameMajorVersion)
+  COMPATIBILITY ${ZRV_COMPATIBILITY})
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/ZRVKitConfigVersion.cmake
   DESTINATION ${ZRV_CMAKE_DIR})
 

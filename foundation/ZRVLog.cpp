@@ -38,9 +38,9 @@ void ZRVLog::write(std::string_view line) {
     sink(text);
     return;
   }
-  static std::once_flag opened;
-  std::call_once(opened, [] { openlog("ZRVKit", LOG_PID, LOG_USER); });
-  syslog(LOG_NOTICE, "%s", text.c_str());
+  // No openlog: the identity in the system log belongs to the host application, which a library must not
+  // rename. The facility travels with each line instead.
+  syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());
 }
 
 void ZRVLog::methodError(std::string_view className, std::string_view operation, int line,

@@ -3,7 +3,10 @@
 # project that adopts the library would: through find_package(ZRVKit), through pkg-config, and from a GLib
 # main loop. Each example runs once against a closed loopback port, so nothing needs a server.
 #
-#   scripts/check-install.sh [static] [shared]      (default: static)
+#   scripts/check-install.sh [static] [shared]      (default: both)
+#
+# The shared kind also checks that the library exports only what its installed headers declare, and every
+# kind checks that pkg-config leaves a consumer's own language standard alone.
 #
 # Prints one line per example and exits non-zero when anything fails. The library is built in
 # build/install-check (build/install-check-shared), so a second run only rebuilds what changed.
@@ -12,7 +15,7 @@ cd "$(dirname "$0")/.."
 repository=$(pwd)
 jobs=${JOBS:-2}
 kinds=("$@")
-[[ ${#kinds[@]} -eq 0 ]] && kinds=(static)
+[[ ${#kinds[@]} -eq 0 ]] && kinds=(static shared)
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/zrvkit-install-check.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -69,6 +72,47 @@ runExample() {
   report "$kind" "$name" ok "$(grep -m 1 '^server:' "$log")"
 }
 
+# The names the installed headers declare at the top level: exported classes and structs, and the groups
+# of free functions (namespaces) with what they hold.
+publicNames() {
+  local include=$1
+  { grep -hoE '^(class|struct) ZRVKIT_EXPORT [A-Za-z_][A-Za-z_0-9]*' "$include"/ZRVKit/*.h | awk '{print $3}'
+    grep -hoE '^namespace [A-Za-z_][A-Za-z_0-9]* \{' "$include"/ZRVKit/*.h | awk '{print $2}'
+    grep -hoE '^ZRVKIT_EXPORT [^(]* ([A-Za-z_][A-Za-z_0-9]*)\(' "$include"/ZRVKit/*.h | sed -E 's/.* ([A-Za-z_0-9]+)\($/\1/'
+  } | sort -u
+}
+
+# Every dynamic symbol the shared library defines must belong to a name of its public headers.
+checkExports() {
+  local kind=$1 prefix=$2 library
+  library=$(find "$prefix" -name 'libZRVKit.so.*.*' -type f -print -quit)
+  local names symbols strangers count
+  names=$(publicNames "$prefix/include")
+  symbols=$(nm -D --defined-only -C "$library" | cut -d' ' -f3-)
+  count=$(printf '%s\n' "$symbols" | grep -c .)
+  strangers=$(printf '%s\n' "$symbols" |
+    sed -E 's/^(typeinfo name for |typeinfo for |vtable for |VTT for |non-virtual thunk to |virtual thunk to |guard variable for )//' |
+    sed -E 's/^([A-Za-z_0-9]+).*/\1/' | sort -u | grep -vxF -f <(printf '%s\n' "$names") || true)
+  if [[ -n $strangers ]]; then
+    report "$kind" exports FAILED "$count symbols, some not declared in include/ZRVKit: $(echo $strangers | head -c 300)"
+  else
+    report "$kind" exports ok "$count symbols, each of a class or group that include/ZRVKit declares"
+  fi
+}
+
+# pkg-config must not pin a language standard: a C++23 consumer stays C++23.
+checkLanguageStandard() {
+  local kind=$1 pcdir=$2 source="$work/$kind-cxx23.cpp"
+  printf '#include <ZRVKit/ZRVKit.h>\nstatic_assert(__cplusplus > 202002L, "pkg-config changed the standard");\n' >"$source"
+  # shellcheck disable=SC2046
+  if quietly "$work/$kind-cxx23.log" ${CXX:-c++} -std=c++23 $(PKG_CONFIG_PATH="$pcdir" pkg-config --cflags zrvkit) \
+      -fsyntax-only "$source"; then
+    report "$kind" c++23-consumer ok
+  else
+    report "$kind" c++23-consumer FAILED "the headers or pkg-config's flags do not hold under -std=c++23"
+  fi
+}
+
 checkKind() {
   local kind=$1 shared build
   case $kind in
@@ -94,6 +138,8 @@ checkKind() {
   local pcdir
   pcdir=$(dirname "$(find "$prefix" -name zrvkit.pc -print -quit)")
   report "$kind" install ok "library built and installed in $((SECONDS - started)) s"
+  [[ $shared == ON ]] && checkExports "$kind" "$prefix"
+  checkLanguageStandard "$kind" "$pcdir"
 
   # Copies, so that the examples cannot lean on anything of the source tree.
   local examples="$work/$kind-examples"

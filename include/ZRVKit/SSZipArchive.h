@@ -8,6 +8,7 @@
 
 #include <ZRVKit/ZRVData.h>
 #include <ZRVKit/ZRVError.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <minizip/unzip.h>
 #include <minizip/zip.h>
@@ -21,7 +22,7 @@
 #include <vector>
 
 /// The unpack delegate: each callback is optional and called only when set.
-struct SSZipArchiveDelegate {
+struct ZRVKIT_EXPORT SSZipArchiveDelegate {
   std::function<void(const std::filesystem::path& path, const unz_global_info& zipInfo)>
       zipArchiveWillUnzipArchiveAtPath;
   std::function<void(long fileIndex, long totalFiles, const std::filesystem::path& archivePath,
@@ -35,7 +36,7 @@ struct SSZipArchiveDelegate {
       zipArchiveDidUnzipArchiveAtPath;
 };
 
-class SSZipArchive {
+class ZRVKIT_EXPORT SSZipArchive {
  public:
   static constexpr std::string_view kErrorDomain = "SSZipArchiveErrorDomain";
   static constexpr long kErrorFailedToOpenZipFile = -1;

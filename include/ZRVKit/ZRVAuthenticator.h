@@ -13,6 +13,7 @@
 // Secret Service (or, where none answers on the session bus, a private file; see secretStoreName()).
 
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <functional>
 #include <map>
@@ -23,7 +24,7 @@
 
 struct ZRVHTTPResult;
 
-class ZRVAuthenticator {
+class ZRVKIT_EXPORT ZRVAuthenticator {
  public:
   using StatusCallback = std::function<void(int status, const ZRVJSON& info)>;
   /// The values of one request, by key: "username", "password", "persistent", "queueToken", "appCode",

@@ -3,6 +3,7 @@
 // The main bundle stands for the launcher application (its identifier forms the library's error domains and
 // its resources hold "Frameworks.zip"); the library bundle holds ZRVKit's own texts, English compiled in.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -11,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-class ZRVBundle {
+class ZRVKIT_EXPORT ZRVBundle {
  public:
   static constexpr std::string_view kDefaultMainBundleIdentifier = "com.quillmoor.launcher";
   static constexpr std::string_view kLibraryBundleIdentifier = "com.quillmoor.ZRVKit";

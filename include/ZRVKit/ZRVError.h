@@ -2,6 +2,7 @@
 // An error record: a domain, a code, user information and an optional underlying error.
 
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <filesystem>
 #include <memory>
@@ -9,7 +10,7 @@
 #include <string_view>
 #include <system_error>
 
-class ZRVError {
+class ZRVKIT_EXPORT ZRVError {
  public:
   /// Domain of errors that carry an errno value as their code.
   static constexpr std::string_view kPOSIXDomain = "POSIX";

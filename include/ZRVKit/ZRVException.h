@@ -1,11 +1,12 @@
 #pragma once
 // The library's one exception class: a name ("bsdiff", "bzip2", ...) and a reason ("Corrupt patch", ...).
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <exception>
 #include <string>
 #include <string_view>
 
-class ZRVException : public std::exception {
+class ZRVKIT_EXPORT ZRVException : public std::exception {
  public:
   /// Raised for a programming fault, such as a fixed URL that cannot be formed.
   static constexpr std::string_view kInternalInconsistency = "InternalInconsistencyException";

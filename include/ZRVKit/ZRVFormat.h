@@ -3,6 +3,7 @@
 // Supported: %@ (text; an absent text prints "(null)"), %d %i %u %ld %lu %lld %llu, %x %X with
 // optional zero padding and width, %f with optional precision, %C (a UTF-16 unit), %s and %%.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
@@ -12,7 +13,7 @@
 #include <type_traits>
 #include <variant>
 
-class ZRVFormatArgument {
+class ZRVKIT_EXPORT ZRVFormatArgument {
  public:
   using Value = std::variant<std::monostate, std::string, long long, unsigned long long, double>;
 
@@ -39,7 +40,7 @@ class ZRVFormatArgument {
   Value value_;
 };
 
-std::string ZRVFormatList(std::string_view format, std::initializer_list<ZRVFormatArgument> arguments);
+ZRVKIT_EXPORT std::string ZRVFormatList(std::string_view format, std::initializer_list<ZRVFormatArgument> arguments);
 
 /// Renders `format` with the arguments in order, the way the platform's string formatting would.
 template <class... Arguments>

@@ -2,6 +2,7 @@
 // Starts the game from the container and reports when it started and when it exited, on the main queue.
 // The first use in a process unpacks the launcher's "Frameworks.zip" into the container.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <sys/types.h>
 
 #include <filesystem>
@@ -10,7 +11,7 @@
 #include <optional>
 #include <string>
 
-class ZRVGameManager {
+class ZRVKIT_EXPORT ZRVGameManager {
  public:
   using Started = std::function<void(bool started)>;
   using Exited = std::function<void(bool exited, int status)>;

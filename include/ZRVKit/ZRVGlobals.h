@@ -2,6 +2,7 @@
 // Which game server the launcher talks to, and where the launcher keeps its per-user files (the container).
 
 #include <ZRVKit/ZRVError.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <atomic>
 #include <chrono>
@@ -11,12 +12,12 @@
 #include <vector>
 
 /// One file of the container's logs folder.
-struct ZRVLogFileRecord {
+struct ZRVKIT_EXPORT ZRVLogFileRecord {
   std::chrono::system_clock::time_point created;
   std::filesystem::path url;
 };
 
-class ZRVGlobals {
+class ZRVKIT_EXPORT ZRVGlobals {
  public:
   using Completion = std::function<void(bool success, std::optional<ZRVError> error)>;
 

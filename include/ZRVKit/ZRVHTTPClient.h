@@ -5,6 +5,7 @@
 
 #include <ZRVKit/ZRVHTTPRequest.h>
 #include <ZRVKit/ZRVHTTPResponse.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <chrono>
 #include <functional>
@@ -13,7 +14,7 @@
 
 class ZRVOperationQueue;
 
-class ZRVHTTPClient {
+class ZRVKIT_EXPORT ZRVHTTPClient {
  public:
   using Completion = std::function<void(ZRVHTTPResult result)>;
 

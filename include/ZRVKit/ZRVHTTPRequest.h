@@ -2,6 +2,7 @@
 // One HTTP request: a GET or a form POST, with the idle time-out and the body cap that guard the client.
 
 #include <ZRVKit/ZRVData.h>
+#include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVURL.h>
 
 #include <chrono>
@@ -11,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-struct ZRVHTTPRequest {
+struct ZRVKIT_EXPORT ZRVHTTPRequest {
   /// Answers above this size fail as transport errors unless a request sets its own cap.
   static constexpr std::size_t kDefaultMaxBodySize = std::size_t{4} << 30;
   /// The platform's request time-out: the request fails when no byte moves for this long.

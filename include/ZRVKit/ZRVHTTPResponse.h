@@ -3,6 +3,7 @@
 
 #include <ZRVKit/ZRVData.h>
 #include <ZRVKit/ZRVError.h>
+#include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVURL.h>
 
 #include <optional>
@@ -11,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-struct ZRVHTTPResponse {
+struct ZRVKIT_EXPORT ZRVHTTPResponse {
   long statusCode = 0;
   std::vector<std::pair<std::string, std::string>> headers;
   ZRVURL url;
@@ -21,7 +22,7 @@ struct ZRVHTTPResponse {
 };
 
 /// What an HTTP exchange produced. `body` is absent exactly when the transfer failed; then `error` says why.
-struct ZRVHTTPResult {
+struct ZRVKIT_EXPORT ZRVHTTPResult {
   std::optional<ZRVHTTPResponse> response;
   std::optional<ZRVData> body;
   std::optional<ZRVError> error;

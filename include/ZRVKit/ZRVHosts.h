@@ -2,6 +2,7 @@
 // The host names of the game's services, in one table, with one redirect that sends every host
 // (scheme included) to another base address: a developer's local server, the demo, the tests.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVURL.h>
 
 #include <optional>
@@ -15,7 +16,7 @@ enum class ZRVHost {
   developmentMirrors,  ///< the development mirror list
 };
 
-class ZRVHosts {
+class ZRVKIT_EXPORT ZRVHosts {
  public:
   /// The base address of `host` ("https://name"), or the redirect when one is set.
   static std::string baseAddress(ZRVHost host);

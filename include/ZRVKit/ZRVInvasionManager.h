@@ -13,12 +13,13 @@
 
 #include <ZRVKit/ZRVError.h>
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <functional>
 #include <optional>
 #include <vector>
 
-class ZRVInvasionManager {
+class ZRVKIT_EXPORT ZRVInvasionManager {
  public:
   using Completion = std::function<void(bool reached, std::vector<ZRVJSON> invasions, std::optional<ZRVError> error)>;
 

@@ -5,13 +5,14 @@
 // time left never divides by zero or shows an invasion as stalled on first sight.
 
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <map>
 #include <mutex>
 #include <string>
 #include <vector>
 
-class ZRVInvasionTracker {
+class ZRVKIT_EXPORT ZRVInvasionTracker {
  public:
   /// The rate reported whenever none can be measured.
   static constexpr double kUnmeasuredRate = 1.5;

@@ -20,6 +20,7 @@
 #include <ZRVKit/ZRVInvasionManager.h>
 #include <ZRVKit/ZRVInvasionTracker.h>
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitVersion.h>
 #include <ZRVKit/ZRVLog.h>
 #include <ZRVKit/ZRVMainQueue.h>
 #include <ZRVKit/ZRVManagedFile.h>

@@ -2,12 +2,13 @@
 // Writes lines to the system log. Tests install a sink that captures the lines instead.
 
 #include <ZRVKit/ZRVFormat.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <functional>
 #include <string>
 #include <string_view>
 
-class ZRVLog {
+class ZRVKIT_EXPORT ZRVLog {
  public:
   using Sink = std::function<void(const std::string& line)>;
 

@@ -2,13 +2,14 @@
 // The serial queue of the application's main thread. The application either pumps it (run, runUntil,
 // drain) or lets its own event loop drain it: poll wakeUpFileDescriptor() or install a wake-up hook.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
 #include <chrono>
 #include <functional>
 #include <optional>
 
-class ZRVMainQueue : public ZRVOperationQueue {
+class ZRVKIT_EXPORT ZRVMainQueue : public ZRVOperationQueue {
  public:
   /// True on the thread that counts as the main thread: the process's first thread unless rebound.
   static bool isMainThread();

@@ -4,6 +4,7 @@
 
 #include <ZRVKit/ZRVError.h>
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVURL.h>
 
 #include <filesystem>
@@ -14,7 +15,7 @@
 #include <string>
 #include <vector>
 
-class ZRVManagedFile : public std::enable_shared_from_this<ZRVManagedFile> {
+class ZRVKIT_EXPORT ZRVManagedFile : public std::enable_shared_from_this<ZRVManagedFile> {
  public:
   using StatusCallback = std::function<void(const std::string& status)>;
   using CompletionCallback = std::function<void(bool success, const std::string& message)>;

@@ -2,6 +2,7 @@
 // One unit of work for a ZRVOperationQueue, with dependencies on other operations.
 // An operation runs once, after every operation it depends on has finished.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -10,7 +11,7 @@
 
 class ZRVOperationQueue;
 
-class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
+class ZRVKIT_EXPORT ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
  public:
   using Block = std::function<void()>;
   /// Starts work that ends later: the operation is finished when `finish` is called, not when the block

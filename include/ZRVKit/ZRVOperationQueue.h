@@ -6,6 +6,7 @@
 // and adds threads while queued work waits and its threads are blocked, so operations that wait for other
 // operations finish instead of deadlocking.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVOperation.h>
 
 #include <chrono>
@@ -20,7 +21,7 @@
 
 class ZRVMainQueue;
 
-class ZRVOperationQueue {
+class ZRVKIT_EXPORT ZRVOperationQueue {
  public:
   /// No fixed limit: the width follows demand.
   static constexpr int kDefaultMaxConcurrentOperationCount = -1;

@@ -8,13 +8,14 @@
 // the value stays set in memory. The operations run on the caller's thread.
 
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
 #include <string_view>
 
-class ZRVOptionsManager {
+class ZRVKIT_EXPORT ZRVOptionsManager {
  public:
   /// Name of the exception a save throws when the file lacks its "video" or "audio" section.
   static constexpr std::string_view kInvalidArgumentException = "InvalidArgumentException";

@@ -9,6 +9,7 @@
 #include <ZRVKit/ZRVError.h>
 #include <ZRVKit/ZRVHTTPResponse.h>
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVURL.h>
 
 #include <atomic>
@@ -24,7 +25,7 @@
 
 class ZRVManagedFile;
 
-class ZRVPatcher {
+class ZRVKIT_EXPORT ZRVPatcher {
  public:
   using UpdateHandler = std::function<void(const std::string& status, double progress)>;
   using CompletionHandler = std::function<void(const std::string& message)>;

@@ -3,11 +3,12 @@
 // the servers are reported online (with the error): the launcher must never keep players out by mistake.
 
 #include <ZRVKit/ZRVError.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <functional>
 #include <optional>
 
-class ZRVServerStatus {
+class ZRVKIT_EXPORT ZRVServerStatus {
  public:
   using Callback = std::function<void(bool online, std::optional<ZRVError> error)>;
 

@@ -1,11 +1,12 @@
 #pragma once
 // A web address, parsed and validated with libcurl's URL API. The empty URL is a valid value of its own.
 
+#include <ZRVKit/ZRVKitExport.h>
 #include <optional>
 #include <string>
 #include <string_view>
 
-class ZRVURL {
+class ZRVKIT_EXPORT ZRVURL {
  public:
   /// The empty URL.
   ZRVURL() = default;

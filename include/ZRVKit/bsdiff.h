@@ -15,6 +15,7 @@
 // deliver: the output grows with the bytes actually decoded.
 
 #include <ZRVKit/ZRVData.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <cstdint>
 #include <optional>
@@ -22,16 +23,16 @@
 namespace bsdiff {
 
 /// The new file made from `old` and `patch` (the same as `patch(old, patch)`).
-ZRVData dataWithData(const ZRVData& old, const ZRVData& patch);
+ZRVKIT_EXPORT ZRVData dataWithData(const ZRVData& old, const ZRVData& patch);
 
 /// Applies `patch` to a copy of `old`; std::nullopt when the copy cannot be made.
-std::optional<ZRVData> initWithData(const ZRVData& old, const ZRVData& patch);
+ZRVKIT_EXPORT std::optional<ZRVData> initWithData(const ZRVData& old, const ZRVData& patch);
 
 /// The new file made from `old` and `patch`, or one of the failures above.
-ZRVData patch(const ZRVData& old, const ZRVData& patch);
+ZRVKIT_EXPORT ZRVData patch(const ZRVData& old, const ZRVData& patch);
 
 /// The 8-byte sign-magnitude integer of the patch format: little-endian magnitude in the low 63 bits, the sign
 /// in the top bit of the last byte (so 0x80 there with zeros elsewhere is a negative zero: 0).
-std::int64_t offtin(const std::uint8_t* bytes);
+ZRVKIT_EXPORT std::int64_t offtin(const std::uint8_t* bytes);
 
 }  // namespace bsdiff
