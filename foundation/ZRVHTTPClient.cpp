@@ -6,6 +6,7 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <deque>
 #include <mutex>
@@ -63,6 +64,9 @@ struct Transfer {
   curl_off_t lastMoved = -1;
   std::chrono::steady_clock::time_point lastProgress = std::chrono::steady_clock::now();
   char errorBuffer[CURL_ERROR_SIZE] = {};
+  // Copied when the transfer is made; null when nobody watches.
+  std::shared_ptr<ZRVTransferObserver> observer;
+  ZRVTransferState observed;
 
   ~Transfer() {
     if (easy) curl_easy_cleanup(easy);
@@ -91,8 +95,14 @@ size_t receiveBody(char* data, size_t size, size_t count, void* context) {
     transfer.outOfMemory = true;
     return 0;
   }
+  if (transfer.observer) {
+    transfer.observed.received += length;
+    transfer.observer->transferProgressed(transfer.observed);
+  }
   return length;
 }
+
+void reportAnswerHead(Transfer& transfer);
 
 size_t receiveHeader(char* data, size_t size, size_t count, void* context) {
   auto& transfer = *static_cast<Transfer*>(context);
@@ -101,12 +111,26 @@ size_t receiveHeader(char* data, size_t size, size_t count, void* context) {
   while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.remove_suffix(1);
   if (line.rfind("HTTP/", 0) == 0) {
     transfer.response.headers.clear();  // a new answer (after a redirect or an interim answer)
+  } else if (line.empty() && transfer.observer) {
+    reportAnswerHead(transfer);
   } else if (auto colon = line.find(':'); colon != std::string_view::npos) {
     std::string_view value = line.substr(colon + 1);
     while (!value.empty() && (value.front() == ' ' || value.front() == '\t')) value.remove_prefix(1);
     transfer.response.headers.emplace_back(std::string(line.substr(0, colon)), std::string(value));
   }
   return length;
+}
+
+// The end of an answer head: its status and announced length, for the observer.
+void reportAnswerHead(Transfer& transfer) {
+  long status = 0;
+  curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+  if (status > 0) transfer.observed.statusCode = status;
+  curl_off_t length = -1;
+  curl_easy_getinfo(transfer.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  transfer.observed.expectedLength =
+      length >= 0 ? std::optional<std::uint64_t>(static_cast<std::uint64_t>(length)) : std::nullopt;
+  transfer.observer->transferProgressed(transfer.observed);
 }
 
 // The platform's request time-out: a request fails when nothing has moved for the idle time, however long
@@ -202,6 +226,15 @@ ZRVHTTPResult finish(Transfer& transfer, CURLcode code) {
   return result;
 }
 
+// Tells the observer, if any, how the transfer ended.
+void reportEnd(Transfer& transfer, const ZRVHTTPResult& result) {
+  if (!transfer.observer) return;
+  transfer.observed.succeeded = result.body.has_value();
+  if (result.response) transfer.observed.statusCode = result.response->statusCode;
+  if (result.error) transfer.observed.failure = result.error->localizedDescription();
+  transfer.observer->transferEnded(transfer.observed);
+}
+
 ZRVHTTPResult invalidRequest(const ZRVHTTPRequest& request) {
   ZRVHTTPResult result;
   result.error = ZRVError(std::string(ZRVError::kHTTPDomain), CURLE_URL_MALFORMAT,
@@ -220,6 +253,7 @@ struct ZRVHTTPClient::Engine {
   CURLM* multi = nullptr;
   std::deque<std::unique_ptr<Transfer>> incoming;
   std::optional<std::chrono::milliseconds> idleLimit;
+  std::shared_ptr<ZRVTransferObserver> observer;
   bool started = false;
 
   void loop() {
@@ -230,6 +264,7 @@ struct ZRVHTTPClient::Engine {
         while (!incoming.empty()) {
           auto transfer = std::move(incoming.front());
           incoming.pop_front();
+          if (transfer->observer) transfer->observer->transferStarted(transfer->observed);
           curl_multi_add_handle(multi, transfer->easy);
           active.push_back(std::move(transfer));
         }
@@ -254,6 +289,7 @@ struct ZRVHTTPClient::Engine {
 
   static void deliver(std::unique_ptr<Transfer> transfer, CURLcode code) {
     ZRVHTTPResult result = finish(*transfer, code);
+    reportEnd(*transfer, result);
     ZRVOperationQueue* queue = transfer->queue;
     auto completion = std::move(transfer->completion);
     transfer.reset();
@@ -275,6 +311,16 @@ ZRVHTTPClient::ZRVHTTPClient() : engine_(std::make_unique<Engine>()) {
 
 ZRVHTTPClient::~ZRVHTTPClient() = default;
 
+void ZRVHTTPClient::setTransferObserver(std::shared_ptr<ZRVTransferObserver> observer) {
+  std::lock_guard lock(engine_->mutex);
+  engine_->observer = std::move(observer);
+}
+
+std::shared_ptr<ZRVTransferObserver> ZRVHTTPClient::transferObserver() const {
+  std::lock_guard lock(engine_->mutex);
+  return engine_->observer;
+}
+
 void ZRVHTTPClient::setIdleTimeoutLimit(std::optional<std::chrono::milliseconds> limit) {
   std::lock_guard lock(engine_->mutex);
   engine_->idleLimit = limit;
@@ -282,11 +328,19 @@ void ZRVHTTPClient::setIdleTimeoutLimit(std::optional<std::chrono::milliseconds>
 
 namespace {
 
-std::unique_ptr<Transfer> makeTransfer(const ZRVHTTPRequest& request, std::optional<std::chrono::milliseconds> limit) {
+std::unique_ptr<Transfer> makeTransfer(const ZRVHTTPRequest& request, std::optional<std::chrono::milliseconds> limit,
+                                       std::shared_ptr<ZRVTransferObserver> observer) {
   auto transfer = std::make_unique<Transfer>();
   transfer->request = request;
   transfer->idleTimeout = limit ? std::min(request.idleTimeout, *limit) : request.idleTimeout;
   if (request.url.empty() || !configure(*transfer)) return nullptr;
+  if (observer) {
+    static std::atomic<std::uint64_t> nextIdentifier{1};
+    transfer->observer = std::move(observer);
+    transfer->observed.identifier = nextIdentifier.fetch_add(1);
+    transfer->observed.url = request.url.absoluteString();
+    transfer->observed.method = request.method;
+  }
   return transfer;
 }
 
@@ -294,11 +348,13 @@ std::unique_ptr<Transfer> makeTransfer(const ZRVHTTPRequest& request, std::optio
 
 void ZRVHTTPClient::sendAsynchronousRequest(ZRVHTTPRequest request, ZRVOperationQueue& queue, Completion completion) {
   std::optional<std::chrono::milliseconds> limit;
+  std::shared_ptr<ZRVTransferObserver> observer;
   {
     std::lock_guard lock(engine_->mutex);
     limit = engine_->idleLimit;
+    observer = engine_->observer;
   }
-  auto transfer = makeTransfer(request, limit);
+  auto transfer = makeTransfer(request, limit, std::move(observer));
   if (!transfer) {
     if (completion) {
       queue.addOperationWithBlock([completion = std::move(completion), result = invalidRequest(request)]() mutable {
@@ -322,13 +378,18 @@ void ZRVHTTPClient::sendAsynchronousRequest(ZRVHTTPRequest request, ZRVOperation
 
 ZRVHTTPResult ZRVHTTPClient::sendSynchronousRequest(const ZRVHTTPRequest& request) {
   std::optional<std::chrono::milliseconds> limit;
+  std::shared_ptr<ZRVTransferObserver> observer;
   {
     std::lock_guard lock(engine_->mutex);
     limit = engine_->idleLimit;
+    observer = engine_->observer;
   }
-  auto transfer = makeTransfer(request, limit);
+  auto transfer = makeTransfer(request, limit, std::move(observer));
   if (!transfer) return invalidRequest(request);
+  if (transfer->observer) transfer->observer->transferStarted(transfer->observed);
   ZRVOperationQueue::BlockingScope blocking;
   CURLcode code = curl_easy_perform(transfer->easy);
-  return finish(*transfer, code);
+  ZRVHTTPResult result = finish(*transfer, code);
+  reportEnd(*transfer, result);
+  return result;
 }

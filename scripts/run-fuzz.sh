@@ -7,7 +7,8 @@ seconds=${FUZZ_SECONDS:-10}
 cd "$(dirname "$0")/.."
 
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j2 --target patch_fuzzer bzip2_to_file_fuzzer bzip2_block_fuzzer unzip_fuzzer
+cmake --build --preset fuzz -j2 --target patch_fuzzer bzip2_to_file_fuzzer bzip2_block_fuzzer unzip_fuzzer \
+  launcher_manifest_fuzzer
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -27,4 +28,5 @@ fuzz patch_fuzzer patch -dict=fuzz/patch.dict
 fuzz bzip2_to_file_fuzzer bzip2
 fuzz bzip2_block_fuzzer bzip2
 fuzz unzip_fuzzer zip -max_len=8192
+fuzz launcher_manifest_fuzzer manifest -max_len=4096
 echo "fuzzing: no failures"

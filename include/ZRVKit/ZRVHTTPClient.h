@@ -6,6 +6,7 @@
 #include <ZRVKit/ZRVHTTPRequest.h>
 #include <ZRVKit/ZRVHTTPResponse.h>
 #include <ZRVKit/ZRVKitExport.h>
+#include <ZRVKit/ZRVTransferObserver.h>
 
 #include <chrono>
 #include <functional>
@@ -26,6 +27,12 @@ class ZRVKIT_EXPORT ZRVHTTPClient {
 
   /// Performs `request` on the calling thread and returns its result.
   ZRVHTTPResult sendSynchronousRequest(const ZRVHTTPRequest& request);
+
+  /// Tells `observer` about every transfer that starts from now on (see ZRVTransferObserver for the threads);
+  /// nothing stops observing. Transfers already running keep the observer they started with, so one that is
+  /// replaced still hears the ends of those.
+  void setTransferObserver(std::shared_ptr<ZRVTransferObserver> observer);
+  std::shared_ptr<ZRVTransferObserver> transferObserver() const;
 
   /// Caps every request's idle time-out (tests and tools that must not wait a minute). Nothing lifts the cap.
   void setIdleTimeoutLimit(std::optional<std::chrono::milliseconds> limit);

@@ -29,5 +29,6 @@
 #include <ZRVKit/ZRVOptionsManager.h>
 #include <ZRVKit/ZRVPatcher.h>
 #include <ZRVKit/ZRVServerStatus.h>
+#include <ZRVKit/ZRVTransferObserver.h>
 #include <ZRVKit/ZRVURL.h>
 #include <ZRVKit/bsdiff.h>

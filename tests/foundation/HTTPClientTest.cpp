@@ -7,6 +7,7 @@
 
 #include <future>
 #include <set>
+#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -131,4 +132,77 @@ TEST(HTTPClient, SlowButSteadyTransfersAreNotCutOff) {
   ASSERT_TRUE(result.body) << result.error->localizedDescription();
   EXPECT_EQ(result.body->size(), 6u * 1024);
   EXPECT_GT(std::chrono::steady_clock::now() - started, 1200ms);
+}
+
+namespace {
+
+// Records what an observer hears, per transfer, in order.
+struct RecordingObserver : ZRVTransferObserver {
+  std::mutex mutex;
+  std::vector<std::string> events;
+  std::vector<ZRVTransferState> ends;
+  std::set<std::thread::id> threads;
+  void transferStarted(const ZRVTransferState& state) override { note("start " + state.url, state); }
+  void transferProgressed(const ZRVTransferState& state) override { note("progress", state); }
+  void transferEnded(const ZRVTransferState& state) override {
+    note("end", state);
+    std::lock_guard lock(mutex);
+    ends.push_back(state);
+  }
+  void note(const std::string& event, const ZRVTransferState&) {
+    std::lock_guard lock(mutex);
+    if (events.empty() || events.back() != event) events.push_back(event);
+    threads.insert(std::this_thread::get_id());
+  }
+};
+
+// Installs an observer for one test and removes it again.
+struct Observing {
+  std::shared_ptr<RecordingObserver> observer = std::make_shared<RecordingObserver>();
+  Observing() { ZRVHTTPClient::sharedClient().setTransferObserver(observer); }
+  ~Observing() { ZRVHTTPClient::sharedClient().setTransferObserver(nullptr); }
+};
+
+}  // namespace
+
+TEST(HTTPClient, AnObserverHearsEachTransferItsStatusLengthBytesAndEnd) {
+  LoopbackServer server;
+  server.on("GET", "/missing", ScriptedResponse::text(std::string(3000, 'x'), 404));
+  Observing observing;
+  auto result = fetch(ZRVHTTPRequest::GET(urlOf(server, "/missing")));
+  ASSERT_TRUE(result.body);  // observing changes nothing: a 404 page is still an answer
+  auto& observer = *observing.observer;
+  EXPECT_EQ(observer.events, (std::vector<std::string>{"start " + urlOf(server, "/missing").absoluteString(),
+                                                       "progress", "end"}));
+  ASSERT_EQ(observer.ends.size(), 1u);
+  const ZRVTransferState& end = observer.ends[0];
+  EXPECT_TRUE(end.succeeded);
+  EXPECT_EQ(end.statusCode, 404);
+  EXPECT_EQ(end.expectedLength, 3000u);
+  EXPECT_EQ(end.received, 3000u);
+  EXPECT_EQ(observer.threads, std::set<std::thread::id>{std::this_thread::get_id()});  // a synchronous read's own thread
+}
+
+TEST(HTTPClient, AnObserverHearsFailuresAndAsynchronousTransfersOnTheTransferThread) {
+  LoopbackServer server;
+  server.on("GET", "/file", ScriptedResponse::text("content"));
+  Observing observing;
+  std::promise<void> done;
+  ZRVHTTPClient::sharedClient().sendAsynchronousRequest(ZRVHTTPRequest::GET(urlOf(server, "/file")),
+                                                        ZRVOperationQueue::workQueue(),
+                                                        [&](ZRVHTTPResult) { done.set_value(); });
+  ASSERT_EQ(done.get_future().wait_for(10s), std::future_status::ready);
+  auto refused = fetch(ZRVHTTPRequest::GET(*ZRVURL::URLWithString("http://127.0.0.1:1/dead")));
+  ASSERT_FALSE(refused.body);
+  auto& observer = *observing.observer;
+  std::lock_guard lock(observer.mutex);
+  ASSERT_EQ(observer.ends.size(), 2u);
+  EXPECT_TRUE(observer.ends[0].succeeded);
+  EXPECT_EQ(observer.ends[0].received, 7u);
+  EXPECT_EQ(observer.ends[0].statusCode, 200);
+  EXPECT_FALSE(observer.ends[1].succeeded);
+  EXPECT_FALSE(observer.ends[1].statusCode);
+  EXPECT_FALSE(observer.ends[1].failure.empty());
+  EXPECT_NE(observer.ends[0].identifier, observer.ends[1].identifier);
+  EXPECT_EQ(observer.threads.size(), 2u);  // the transfer thread, then this one
 }

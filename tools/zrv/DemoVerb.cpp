@@ -18,6 +18,8 @@
 #include <ZRVKit/ZRVMainQueue.h>
 #include <ZRVKit/ZRVOptionsManager.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -97,6 +99,19 @@ void showOptions(ZRVOptionsManager& options) {
             << ", sound effects " << (options.areSoundEffetcsEnabled() ? "on" : "off") << "\n";
 }
 
+bool runDemoUpdate(const GameUpdateRequest& update) {
+  GameUpdateResult result = updateGame(update);
+  if (!result.upToDate()) {
+    std::cerr << "zrv demo: the update failed: " << result.message << "\n";
+    for (const BadFile& file : result.badFiles) std::cerr << "  " << file.line() << "\n";
+    for (const auto& detail : result.details) std::cerr << "  " << detail << "\n";
+    return false;
+  }
+  std::cout << "  " << result.message << " (" << result.filesChecked << " files checked against the manifest)"
+            << std::endl;
+  return true;
+}
+
 }  // namespace
 
 int runDemo(const std::vector<std::string>& words) {
@@ -121,21 +136,20 @@ int runDemo(const std::vector<std::string>& words) {
   DemoServer server(serverOptions);
   server.start("127.0.0.1", 0);
   ZRVHosts::setRedirect(server.baseAddress());
+  // Build 1 is on the server first; build 2, with patches from build 1, is published after it is installed.
   PublishOptions publish;
-  publish.newBuild = builds / "2";
+  publish.newBuild = builds / "1";
   publish.output = *serverOptions.contentDirectory;
-  publish.olderBuilds = {builds / "1"};
-  publish.baseURL = server.baseAddress();
+  publish.mirrors = {server.baseAddress() + "/content/"};
   publish.frameworkArchive = home.path() / "Cg.framework.zip";
-  PublishSummary published = publishBuild(publish);
-  std::cout << "  embedded server:  " << server.baseAddress() << " (build 2 published: " << published.files
-            << " files, " << published.patches << " patches from build 1)\n";
+  PublishSummary first = publishBuild(publish);
+  std::cout << "  embedded server:  " << server.baseAddress() << " (build 1 published: " << first.files
+            << " files)\n";
 
-  // The player's machine: build 1 installed, and the settings the game wrote on its first start.
+  // The player's machine: an empty container, and the settings the game wrote on its first start.
   fs::path container = ZRVGlobals::defaultGlobals().containerURL();
-  fs::copy(builds / "1", container, fs::copy_options::recursive | fs::copy_options::overwrite_existing);
   demo::writeGameSettings(ZRVGlobals::defaultGlobals().gameSettingsFileURL());
-  std::cout << "  container:        " << container.string() << " (build 1 installed)\n";
+  std::cout << "  container:        " << container.string() << " (no game files yet)\n";
 
   heading(1, "Server status");
   bool online = showServerStatus();
@@ -161,14 +175,19 @@ int runDemo(const std::vector<std::string>& words) {
   std::printf("  Signed in after %.1f s; game server %s; play cookie received and saved.\n", signInSeconds,
               signedIn.text("gameserver").c_str());
 
-  heading(3, "Bringing the game up to date");
+  heading(3, "Installing build 1, then updating to build 2");
   GameUpdateRequest update;
   update.install = container;
   update.stallTimeout = std::chrono::seconds(60);
-  if (auto failure = updateGame(update)) {
-    std::cerr << "zrv demo: the update failed: " << *failure << "\n";
-    return kExitFailure;
-  }
+  update.statusLine = isatty(STDOUT_FILENO);
+  std::cout << "  Fresh install of build 1 into the empty container:" << std::endl;
+  if (!runDemoUpdate(update)) return kExitFailure;
+  publish.newBuild = builds / "2";
+  publish.olderBuilds = {builds / "1"};
+  PublishSummary published = publishBuild(publish);
+  std::cout << "  Build 2 published (" << published.files << " files, " << published.patches
+            << " patches from build 1); updating:" << std::endl;
+  if (!runDemoUpdate(update)) return kExitFailure;
 
   heading(4, "Invasions (polled twice, so that defeat rates can be measured)");
   pollInvasions();

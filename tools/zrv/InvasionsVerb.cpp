@@ -160,9 +160,16 @@ int runInvasions(const std::vector<std::string>& words) {
   ZRVOperationQueue::mainQueue().runUntil([&] { return done; });
   if (baselines && reached && !error) keepBaselines(*baselines);
 
+  const bool json = arguments.flag("--json");
+  // With --json a failure is a document too: {"error": "why", "reached": true|false}.
+  auto failed = [json](const std::string& why, bool wasReached) {
+    if (json) std::cout << ZRVJSON{{"error", why}, {"reached", wasReached}}.dump(2) << "\n";
+    std::cerr << "zrv invasions: " << why << "\n";
+  };
   if (!reached) {
-    std::cerr << "zrv invasions: the invasion feed could not be reached"
-              << (error ? ": " + error->localizedDescription() : std::string(" (no answer 200)")) << "\n";
+    failed("the invasion feed could not be reached" +
+               (error ? ": " + error->localizedDescription() : std::string(" (no answer 200)")),
+           false);
     return kExitUnreachable;
   }
   bool none = error && error->domain() == ZRVError::libraryDomain("Invasions") &&
@@ -170,10 +177,10 @@ int runInvasions(const std::vector<std::string>& words) {
   if (error && !none) {
     std::string message = error->userInfo().value(std::string(ZRVError::kMessageKey), "");
     if (message.empty()) message = error->localizedDescription();
-    std::cerr << "zrv invasions: the invasion feed reported an error: " << message << "\n";
+    failed("the invasion feed reported an error: " + message, true);
     return kExitFailure;
   }
-  if (arguments.flag("--json")) {
+  if (json) {
     std::cout << ZRVJSON(invasions).dump(2) << "\n";
   } else if (invasions.empty()) {
     std::cout << (noInvasions.empty() ? "There are no invasions right now." : noInvasions) << "\n";

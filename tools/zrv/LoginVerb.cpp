@@ -20,8 +20,16 @@ int runLogin(const std::vector<std::string>& words) {
   if (json && result.answered) {
     std::cout << ZRVJSON{{"status", result.status}, {"response", result.info}}.dump() << "\n";
   } else if (result.signedIn()) {
-    std::cout << "Signed in as " << request.username << "; game server " << result.text("gameserver")
-              << ". The play cookie is saved (" << ZRVAuthenticator::secretStoreName() << ").\n";
+    // Said to be saved only when the store gives the cookie back.
+    std::string cookie = result.text("cookie");
+    auto stored = ZRVAuthenticator::defaultAuthenticator().loadSavedPassword(request.username);
+    std::cout << "Signed in as " << request.username << "; game server " << result.text("gameserver") << ". ";
+    if (!cookie.empty() && stored == cookie) {
+      std::cout << "The play cookie is saved (" << ZRVAuthenticator::secretStoreName() << ").\n";
+    } else {
+      std::cout << "The play cookie could not be saved (" << ZRVAuthenticator::secretStoreName()
+                << " does not hold it); the next login needs the password.\n";
+    }
   } else {
     std::cerr << "zrv login: " << describeFailure(result, request.username) << "\n";
   }

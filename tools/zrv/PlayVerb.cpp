@@ -4,7 +4,7 @@
 #include "Arguments.h"
 #include "Verbs.h"
 #include "flows/GameLaunch.h"
-#include "flows/GameUpdate.h"
+#include "UpdateOptions.h"
 #include "flows/SignIn.h"
 
 #include <ZRVKit/ZRVGlobals.h>
@@ -31,7 +31,7 @@ void useInstallFolder(const std::filesystem::path& install) {
 }  // namespace
 
 int runPlay(const std::vector<std::string>& words) {
-  Arguments arguments(words, {"--remember", "--password-stdin", "--forget-saved", "--dev"},
+  Arguments arguments(words, {"--remember", "--password-stdin", "--forget-saved", "--dev", "--json"},
                       {"--install", "--stall-timeout", "--timeout"});
   arguments.expectPositional(1, 1);
   if (arguments.flag("--dev")) ZRVGlobals::defaultGlobals().setServerType(ZRVGlobals::kDevelopmentServer);
@@ -46,12 +46,19 @@ int runPlay(const std::vector<std::string>& words) {
 
   GameUpdateRequest update;
   update.install = ZRVGlobals::defaultGlobals().containerURL();
-  update.progressBar = isatty(STDOUT_FILENO);
-  if (auto seconds = arguments.number("--stall-timeout", 1, 86400)) update.stallTimeout = std::chrono::seconds(*seconds);
-  if (auto failure = updateGame(update)) {
-    std::cerr << "zrv play: the game could not be brought up to date: " << *failure << "\n";
-    return kExitFailure;
+  update.statusLine = isatty(STDOUT_FILENO);
+  update.stallTimeout = stallTimeoutFrom(arguments);
+  bool json = arguments.flag("--json");
+  update.quiet = json;
+  GameUpdateResult checked = updateGame(update);
+  if (json) std::cout << checked.document().dump(2) << std::endl;
+  // A game that failed the check against the manifest is never started.
+  if (!checked.upToDate()) {
+    if (!json) printUpdateFailure("play", checked);
+    std::cerr << "zrv play: the game was not started\n";
+    return checked.exitCode();
   }
+  if (!json) std::cout << checked.message << std::endl;
 
   std::string cookie = signedIn.text("cookie");
   std::string gameserver = signedIn.text("gameserver");

@@ -1,8 +1,8 @@
-// zrv update: brings an install up to date, with a progress bar on a terminal.
+// zrv update: brings an install up to date and checks the result against the manifest.
 
 #include "Arguments.h"
 #include "Verbs.h"
-#include "flows/GameUpdate.h"
+#include "UpdateOptions.h"
 
 #include <ZRVKit/ZRVGlobals.h>
 
@@ -10,21 +10,40 @@
 
 #include <iostream>
 
+void printUpdateFailure(const std::string& verb, const GameUpdateResult& result) {
+  std::cerr << "zrv " << verb << ": " << result.message << "\n";
+  for (const BadFile& file : result.badFiles) std::cerr << "  " << file.line() << "\n";
+  for (const auto& detail : result.details) std::cerr << "  " << detail << "\n";
+}
+
+std::chrono::seconds stallTimeoutFrom(const Arguments& arguments) {
+  if (auto seconds = arguments.number("--stall-timeout", 0, 86400)) return std::chrono::seconds(*seconds);
+  return GameUpdateRequest::kDefaultStallTimeout;
+}
+
 int runUpdate(const std::vector<std::string>& words) {
-  Arguments arguments(words, {"--dev"}, {"--install", "--stall-timeout"});
+  Arguments arguments(words, {"--dev", "--json"}, {"--install", "--stall-timeout"});
   arguments.expectPositional(0, 0);
   if (arguments.flag("--dev")) ZRVGlobals::defaultGlobals().setServerType(ZRVGlobals::kDevelopmentServer);
 
   GameUpdateRequest request;
-  if (auto seconds = arguments.number("--stall-timeout", 1, 86400)) request.stallTimeout = std::chrono::seconds(*seconds);
+  request.stallTimeout = stallTimeoutFrom(arguments);
   request.install = arguments.value("--install") ? std::filesystem::path(*arguments.value("--install"))
                                                  : ZRVGlobals::defaultGlobals().containerURL();
   std::filesystem::create_directories(request.install);
-  request.progressBar = isatty(STDOUT_FILENO);
+  bool json = arguments.flag("--json");
+  request.quiet = json;
+  request.statusLine = isatty(STDOUT_FILENO);
 
-  if (auto failure = updateGame(request)) {
-    std::cerr << "zrv update: " << *failure << "\n";
-    return kExitFailure;
+  GameUpdateResult result = updateGame(request);
+  if (json) {
+    std::cout << result.document().dump(2) << std::endl;
+  } else if (result.upToDate()) {
+    std::cout << result.message;
+    if (result.filesRepaired) std::cout << " (" << result.filesRepaired << " file(s) repaired)";
+    std::cout << std::endl;
+  } else {
+    printUpdateFailure("update", result);
   }
-  return kExitSuccess;
+  return result.exitCode();
 }

@@ -16,41 +16,55 @@ const std::vector<Verb>& allVerbs() {
        "code 123456; queued/quillmoor waits three turns in the login queue; demo/quillmoor needs the code and then\n"
        "waits two turns; other passwords are refused.",
        runServe},
-      {"update", "update [--install DIR] [--dev] [--stall-timeout SECONDS]", "Brings the game files up to date.",
-       "Checks every game file against the patch manifest and patches or downloads what differs.\n"
+      {"update", "update [--install DIR] [--dev] [--stall-timeout SECONDS] [--json]", "Brings the game files up to date.",
+       "Reads the patch manifest, makes the folders its files need inside DIR, patches or downloads what\n"
+       "differs, then checks every file's SHA-1 against the manifest. A file that is still wrong is fetched\n"
+       "again from the mirrors that did not deliver the bad copy; if none has a good copy, each such file is\n"
+       "listed with its expected and found digest, its size and the mirror and HTTP status that served it.\n"
+       "Progress: one status line on a terminal, else one plain line per event.\n"
        "  --install DIR            the install folder (default: the launcher's container)\n"
        "  --dev                    use the development server's manifest and mirror list\n"
-       "  --stall-timeout SECONDS  give up when no progress is reported for this long\n"
-       "Exit status: 0 \"Everything is up to date\", 1 the update failed or stalled.",
+       "  --stall-timeout SECONDS  give up when, for this long, no file finished and less than 1 KiB/s\n"
+       "                           arrived (default 120; 0 never gives up)\n"
+       "  --json                   print the outcome as {\"upToDate\", \"outcome\", \"message\", \"badFiles\", ...}\n"
+       "Exit status: 0 every file matches the manifest, 1 the update failed, stalled or left files that\n"
+       "differ, 3 the server could not be reached.",
        runUpdate},
-      {"publish", "publish NEW_DIR OUT_DIR [--from OLD_DIR]... [--base-url URL] [--framework ZIP]",
+      {"publish", "publish NEW_DIR OUT_DIR [--from OLD_DIR]... [--mirror URL]... [--base-url URL] [--framework ZIP]",
        "Lays out a build for the content host.",
        "Writes OUT_DIR/content/patchmanifest.txt, the bzip2 files, bzip2 patches from every --from build\n"
-       "and OUT_DIR/mirrors.txt; serve the result with `zrv serve --content OUT_DIR`.\n"
+       "and OUT_DIR/mirrors.txt; serve the result with `zrv serve --content OUT_DIR`. Every file is written\n"
+       "beside its place and renamed over it, the manifest last; files of any size are streamed.\n"
        "  --from OLD_DIR   an older build to make patches from (repeatable)\n"
+       "  --mirror URL     a mirror for mirrors.txt, tried in the order given (repeatable;\n"
+       "                   default: BASE_URL/content/)\n"
        "  --base-url URL   the address the tree will be served from (default http://127.0.0.1:8080)\n"
-       "  --framework ZIP  the Cg.framework archive to serve beside the content\n"
+       "  --framework ZIP  the Cg.framework archive to serve beside the content (without it, fresh\n"
+       "                   installs fail: a warning says so)\n"
        "  --only WORD      platform word for every file (repeatable; default darwin)\n"
        "  --quiet          print only the summary",
        runPublish},
-      {"play", "play USER [--install DIR] [--remember] [--password-stdin] [--forget-saved] [--dev]",
+      {"play", "play USER [--install DIR] [--remember] [--password-stdin] [--forget-saved] [--dev] [--json]",
        "Signs in, updates the game and starts it.",
        "What the launcher does when the player presses Play: signs USER in (the saved login when there is\n"
        "one, else the password, the two-factor code and the login queue), brings the game files up to date\n"
-       "with progress, starts the game with the play cookie and game server of the login and waits for it.\n"
-       "Exit status: the game's own; 1 when a step failed, 3 when the login server was unreachable.\n"
+       "with progress and checks them against the manifest (as `zrv update`), starts the game with the play\n"
+       "cookie and game server of the login and waits for it. A game that fails the check is not started.\n"
+       "Exit status: the game's own; 1 when a step failed, 3 when a server was unreachable.\n"
        "  --install DIR            the container to use: a folder named \"Quillmoor\" (default: the user's)\n"
        "  --remember               ask the server for a lasting login (and tell the game to keep the cookie)\n"
        "  --password-stdin         read the password, then any two-factor code, as lines of standard input\n"
        "  --forget-saved           ignore the saved login and use the password\n"
        "  --dev                    use the development server's manifest, mirrors and container\n"
-       "  --stall-timeout SECONDS  give up the update when no progress is reported for this long\n"
+       "  --stall-timeout SECONDS  give up the update as `zrv update` does (default 120; 0 never)\n"
+       "  --json                   print the update's outcome as `zrv update --json` does\n"
        "  --timeout SECONDS        give up waiting for the login server after this long (default 300)",
        runPlay},
       {"demo", "demo [--keep]", "Runs the whole launcher flow against an embedded server.",
        "In a temporary home, starts the embedded server on a free loopback port, publishes two builds of a\n"
-       "sample game, installs the first, and runs the launcher's flow: server status, sign-in with a\n"
-       "two-factor code and the login queue, the update (patches and whole files), invasions, an option\n"
+       "sample game, and runs the launcher's flow: server status, sign-in with a two-factor code and the\n"
+       "login queue, a fresh install of build 1 into the empty container, then the update to build 2\n"
+       "(patches and whole files), invasions, an option\n"
        "changed, and the sample game started. Ends with a summary and removes the temporary home.\n"
        "  --keep   leave the temporary home in place to look at",
        runDemo},

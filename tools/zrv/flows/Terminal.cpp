@@ -33,9 +33,9 @@ std::optional<std::string> readLine(std::istream& input) {
 std::optional<std::string> askTerminal(const std::string& prompt, bool echo) {
   int terminal = ::open("/dev/tty", O_RDWR | O_CLOEXEC);
   if (terminal < 0) return std::nullopt;
-  (void)!::write(terminal, prompt.data(), prompt.size());
   struct termios original {};
   bool quiet = !echo && tcgetattr(terminal, &original) == 0;
+  if (!quiet) (void)!::write(terminal, prompt.data(), prompt.size());
   if (quiet) {
     savedTerminal = original;
     terminalWithoutEcho = terminal;
@@ -44,6 +44,8 @@ std::optional<std::string> askTerminal(const std::string& prompt, bool echo) {
     struct termios silent = original;
     silent.c_lflag &= static_cast<tcflag_t>(~ECHO);
     tcsetattr(terminal, TCSAFLUSH, &silent);
+    // Echo is off before the prompt appears, so nothing typed ahead of it is shown.
+    (void)!::write(terminal, prompt.data(), prompt.size());
     std::string line;
     char character = 0;
     bool complete = false;

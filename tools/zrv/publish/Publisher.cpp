@@ -7,10 +7,14 @@
 #include <ZRVKit/ZRVJSON.h>
 
 #include <bzlib.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
@@ -23,11 +27,88 @@ ZRVData readAll(const fs::path& file) {
   return ZRVData(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// A file written beside its final place and renamed over it when complete; removed if never committed.
+class AtomicOutput {
+ public:
+  explicit AtomicOutput(fs::path destination) : destination_(std::move(destination)) {
+    static std::atomic<unsigned> counter{0};
+    fs::create_directories(destination_.parent_path());
+    temporary_ = destination_.parent_path() / ("." + destination_.filename().string() + "." +
+                                               std::to_string(getpid()) + "." + std::to_string(counter++) + ".partial");
+    file_ = std::fopen(temporary_.c_str(), "wb");
+    if (!file_) throw std::runtime_error("cannot write " + destination_.string());
+  }
+  ~AtomicOutput() {
+    if (file_) std::fclose(file_);
+    if (!committed_) {
+      std::error_code ignored;
+      fs::remove(temporary_, ignored);
+    }
+  }
+  AtomicOutput(const AtomicOutput&) = delete;
+  AtomicOutput& operator=(const AtomicOutput&) = delete;
+
+  void write(const void* data, std::size_t size) {
+    if (size && std::fwrite(data, 1, size, file_) != size) throw std::runtime_error("cannot write " + destination_.string());
+  }
+  const fs::path& temporary() const { return temporary_; }
+  void flush() {
+    if (std::fflush(file_) != 0) throw std::runtime_error("cannot write " + destination_.string());
+  }
+  void commit() {
+    bool closed = std::fclose(file_) == 0;
+    file_ = nullptr;
+    if (!closed || std::rename(temporary_.c_str(), destination_.c_str()) != 0) {
+      throw std::runtime_error("cannot write " + destination_.string());
+    }
+    committed_ = true;
+  }
+
+ private:
+  fs::path destination_;
+  fs::path temporary_;
+  std::FILE* file_ = nullptr;
+  bool committed_ = false;
+};
+
 void writeAll(const fs::path& file, const void* data, std::size_t size) {
-  fs::create_directories(file.parent_path());
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  out.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
-  if (!out) throw std::runtime_error("cannot write " + file.string());
+  AtomicOutput out(file);
+  out.write(data, size);
+  out.commit();
+}
+
+// Compresses `source` into `destination` as a stream, so that files of any size (4 GiB and more) go through
+// a fixed amount of memory. Returns the SHA-1 of the compressed bytes.
+std::string compressFile(const fs::path& source, const fs::path& destination) {
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> in(std::fopen(source.c_str(), "rb"), std::fclose);
+  if (!in) throw std::runtime_error("cannot read " + source.string());
+  AtomicOutput out(destination);
+  bz_stream stream{};
+  if (BZ2_bzCompressInit(&stream, 9, 0, 0) != BZ_OK) throw std::runtime_error("bzip2 compression failed");
+  std::unique_ptr<bz_stream, int (*)(bz_stream*)> ending(&stream, BZ2_bzCompressEnd);
+  std::vector<char> input(1 << 20), output(1 << 20);
+  bool atEnd = false;
+  int result = BZ_RUN_OK;
+  while (result != BZ_STREAM_END) {
+    if (stream.avail_in == 0 && !atEnd) {
+      std::size_t count = std::fread(input.data(), 1, input.size(), in.get());
+      if (std::ferror(in.get())) throw std::runtime_error("cannot read " + source.string());
+      atEnd = count < input.size();
+      stream.next_in = input.data();
+      stream.avail_in = static_cast<unsigned int>(count);
+    }
+    stream.next_out = output.data();
+    stream.avail_out = static_cast<unsigned int>(output.size());
+    result = BZ2_bzCompress(&stream, atEnd && stream.avail_in == 0 ? BZ_FINISH : BZ_RUN);
+    if (result != BZ_RUN_OK && result != BZ_FINISH_OK && result != BZ_STREAM_END) {
+      throw std::runtime_error("bzip2 compression failed (" + std::to_string(result) + ")");
+    }
+    out.write(output.data(), output.size() - stream.avail_out);
+  }
+  out.flush();
+  std::string hash = ZRVExtensions::sha1Hash(out.temporary());
+  out.commit();
+  return hash;
 }
 
 ZRVData compress(const ZRVData& data) {
@@ -78,20 +159,20 @@ PublishSummary publishBuild(const PublishOptions& options) {
   ZRVJSON manifest = ZRVJSON::object();
   PublishSummary summary;
   for (const auto& [name, path] : newFiles) {
-    ZRVData contents = readAll(path);
-    ZRVData compressed = compress(contents);
     std::string download = "files/" + name + ".bz2";
-    writeAll(content / download, compressed.data(), compressed.size());
-    std::string hash = ZRVExtensions::sha1Hash(contents);
+    std::string compHash = compressFile(path, content / download);
+    std::string hash = ZRVExtensions::sha1Hash(path);
+    std::uintmax_t size = fs::file_size(path);
 
     ZRVJSON patches = ZRVJSON::object();
+    std::optional<ZRVData> contents;
     for (const auto& older : olderFiles) {
       auto old = older.find(name);
-      if (old == older.end()) continue;
-      ZRVData oldContents = readAll(old->second);
-      std::string oldHash = ZRVExtensions::sha1Hash(oldContents);
+      if (old == older.end() || size > kMaxPatchedFileSize || fs::file_size(old->second) > kMaxPatchedFileSize) continue;
+      std::string oldHash = ZRVExtensions::sha1Hash(old->second);
       if (oldHash == hash || patches.contains(oldHash)) continue;
-      ZRVData patch = makePatch(oldContents, contents, false);
+      if (!contents) contents = readAll(path);
+      ZRVData patch = makePatch(readAll(old->second), *contents, false);
       ZRVData compressedPatch = compress(patch);
       std::string filename = "patches/" + name + "." + oldHash.substr(0, 12) + ".bz2";
       writeAll(content / filename, compressedPatch.data(), compressedPatch.size());
@@ -101,7 +182,7 @@ PublishSummary publishBuild(const PublishOptions& options) {
     }
     manifest[name] = {{"only", options.platforms},
                       {"hash", hash},
-                      {"compHash", ZRVExtensions::sha1Hash(compressed)},
+                      {"compHash", compHash},
                       {"dl", percentEncoded(download)},
                       {"patches", patches}};
     ++summary.files;
@@ -109,15 +190,20 @@ PublishSummary publishBuild(const PublishOptions& options) {
     if (options.progress) options.progress(name, patches.size());
   }
 
-  std::string manifestText = manifest.dump(2) + "\n";
-  writeAll(content / "patchmanifest.txt", manifestText.data(), manifestText.size());
-  std::string base = options.baseURL;
-  while (!base.empty() && base.back() == '/') base.pop_back();
-  std::string mirrors = ZRVJSON::array({base + "/content/"}).dump() + "\n";
-  writeAll(options.output / "mirrors.txt", mirrors.data(), mirrors.size());
+  // The files first, the manifest last: a launcher that reads the new manifest finds everything it names.
   if (options.frameworkArchive) {
     ZRVData archive = readAll(*options.frameworkArchive);
     writeAll(options.output / "launcher/mac/aditional-libraries/Cg.framework.zip", archive.data(), archive.size());
   }
+  std::vector<std::string> mirrorList = options.mirrors;
+  if (mirrorList.empty()) {
+    std::string base = options.baseURL;
+    while (!base.empty() && base.back() == '/') base.pop_back();
+    mirrorList.push_back(base + "/content/");
+  }
+  std::string mirrors = ZRVJSON(mirrorList).dump() + "\n";
+  writeAll(options.output / "mirrors.txt", mirrors.data(), mirrors.size());
+  std::string manifestText = manifest.dump(2) + "\n";
+  writeAll(content / "patchmanifest.txt", manifestText.data(), manifestText.size());
   return summary;
 }

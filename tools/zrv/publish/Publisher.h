@@ -8,6 +8,7 @@
 //   OUT/mirrors.txt
 //   OUT/launcher/mac/aditional-libraries/Cg.framework.zip   (when a framework archive is given)
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -20,8 +21,10 @@ struct PublishOptions {
   std::vector<std::filesystem::path> olderBuilds;
   /// The platform words listed in every entry's "only".
   std::vector<std::string> platforms = {"darwin"};
-  /// Written into mirrors.txt as the one mirror: "<baseURL>/content/".
+  /// Written into mirrors.txt as the one mirror, "<baseURL>/content/", when no `mirrors` are given.
   std::string baseURL = "http://127.0.0.1:8080";
+  /// The mirrors of mirrors.txt, in the order they are to be tried.
+  std::vector<std::string> mirrors;
   std::optional<std::filesystem::path> frameworkArchive;
   /// Told about each file as it is published.
   std::function<void(const std::string& name, std::size_t patches)> progress;
@@ -32,6 +35,10 @@ struct PublishSummary {
   std::size_t patches = 0;
 };
 
-/// Publishes the new build. Throws std::runtime_error with a clear message when a folder cannot be read or
+/// Files above this size are published whole only: a patch holds both contents in memory.
+inline constexpr std::uintmax_t kMaxPatchedFileSize = std::uintmax_t{512} << 20;
+
+/// Publishes the new build. Every file is written beside its place and renamed over it, so a server that
+/// serves the tree meanwhile never hands out half a file; sizes are 64-bit throughout. Throws std::runtime_error with a clear message when a folder cannot be read or
 /// the output cannot be written.
 PublishSummary publishBuild(const PublishOptions& options);
