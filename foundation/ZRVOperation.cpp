@@ -40,6 +40,12 @@ bool ZRVOperation::isFinished() const {
 }
 
 void ZRVOperation::waitUntilFinished() {
+  if (isFinished()) return;
+  // An operation that waits for one its queue has not started yet would otherwise need a thread of its own
+  // for it: run it here instead.
+  if (auto* queue = ZRVOperationQueue::currentQueue()) {
+    if (auto self = weak_from_this().lock()) queue->runWaitedForOperationHere(self);
+  }
   std::unique_lock lock(mutex_);
   if (finished_) return;
   ZRVOperationQueue::BlockingScope blocking;

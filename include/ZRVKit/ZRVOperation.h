@@ -27,7 +27,8 @@ class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
   void addDependency(const std::shared_ptr<ZRVOperation>& operation);
 
   bool isFinished() const;
-  /// Blocks until the operation has run (a work-queue thread that waits here is replaced meanwhile).
+  /// Blocks until the operation has run. Called on a thread of the queue that holds the operation ready but
+  /// not started, it runs the operation right here; otherwise a waiting work-queue thread is replaced meanwhile.
   void waitUntilFinished();
 
   explicit ZRVOperation(Block block);
