@@ -143,7 +143,10 @@ void ZRVOperationQueue::addOperation(std::shared_ptr<ZRVOperation> operation) {
     std::lock_guard lock(countMutex_);
     ++outstanding_;
   }
-  if (operation->attachToQueue(this)) enqueueReady(std::move(operation));
+  if (operation->attachToQueue(this)) {
+    enqueueReady(operation);
+    operation->didEnqueue();
+  }
 }
 
 std::shared_ptr<ZRVOperation> ZRVOperationQueue::addOperationWithBlock(ZRVOperation::Block block) {

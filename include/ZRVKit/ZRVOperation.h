@@ -44,6 +44,8 @@ class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
   void run();
   void markFinished();
   void dependencyFinished();
+  /// Called by the queue once the operation is among its ready work: a waiter may now run it itself.
+  void didEnqueue();
 
   Block block_;
   AsynchronousBlock asynchronousBlock_;
@@ -53,5 +55,6 @@ class ZRVOperation : public std::enable_shared_from_this<ZRVOperation> {
   ZRVOperationQueue* queue_ = nullptr;
   int pendingDependencies_ = 0;
   bool scheduled_ = false;
+  bool enqueued_ = false;
   bool finished_ = false;
 };
