@@ -303,7 +303,7 @@ std::size_t PatcherTest::extraThreadsForTwoThousandFiles() {
 }
 
 // Files wait for their turn outside the queue, so the queue keeps about one thread per core busy; a thread
-// beyond those stands in only for one that waits for the network, at most one per file in flight.
+// beyond those stands in only for one that waits for the network or the disk, at most one per file in flight.
 TEST_F(PatcherTest, TwoThousandFilesNeedNoThreadEach) {
   EXPECT_LE(extraThreadsForTwoThousandFiles(), ZRVPatcher::kFilesInFlight);
 }
