@@ -40,18 +40,54 @@ bool ZRVOperation::isFinished() const {
 }
 
 void ZRVOperation::waitUntilFinished() {
-  std::unique_lock lock(mutex_);
-  if (finished_) return;
-  ZRVOperationQueue::BlockingScope blocking;
-  finishedCondition_.wait(lock, [this] { return finished_; });
+  const auto self = weak_from_this().lock();
+  for (;;) {
+    bool ready;
+    {
+      std::lock_guard lock(mutex_);
+      if (finished_) return;
+      ready = enqueued_;
+    }
+    // An operation that waits for one its queue has not started yet would otherwise need a thread of its own
+    // for it: run it here instead.
+    if (ready && self) {
+      if (auto* queue = ZRVOperationQueue::currentQueue()) queue->runWaitedForOperationHere(self);
+    }
+    std::unique_lock lock(mutex_);
+    if (finished_) return;
+    if (!queue_) {
+      // Not queued yet: whoever will queue it works outside the queue's sight, like any wait it cannot see.
+      finishedCondition_.wait(lock, [this] { return finished_ || queue_ != nullptr; });
+      continue;
+    }
+    ZRVOperationQueue::BlockingScope blocking;
+    if (!ready) {
+      finishedCondition_.wait(lock, [this] { return finished_ || enqueued_; });
+      continue;
+    }
+    finishedCondition_.wait(lock, [this] { return finished_; });
+    return;
+  }
+}
+
+void ZRVOperation::didEnqueue() {
+  {
+    std::lock_guard lock(mutex_);
+    enqueued_ = true;
+  }
+  finishedCondition_.notify_all();
 }
 
 bool ZRVOperation::attachToQueue(ZRVOperationQueue* queue) {
-  std::lock_guard lock(mutex_);
-  queue_ = queue;
-  if (pendingDependencies_ > 0 || scheduled_) return false;
-  scheduled_ = true;
-  return true;
+  bool runnable;
+  {
+    std::lock_guard lock(mutex_);
+    queue_ = queue;
+    runnable = pendingDependencies_ == 0 && !scheduled_;
+    if (runnable) scheduled_ = true;
+  }
+  finishedCondition_.notify_all();  // a waiter now knows whose queue to tell
+  return runnable;
 }
 
 void ZRVOperation::dependencyFinished() {
@@ -62,7 +98,9 @@ void ZRVOperation::dependencyFinished() {
     scheduled_ = true;
     queue = queue_;
   }
-  queue->enqueueReady(shared_from_this());
+  auto self = shared_from_this();
+  queue->enqueueReady(self);
+  self->didEnqueue();
 }
 
 void ZRVOperation::run() {

@@ -1,6 +1,7 @@
 #include "BZip2BlockDecoder.h"
 
 #include "BZip2Blocks.h"
+#include "BZip2TablePool.h"
 
 #include <algorithm>
 #include <cstring>
@@ -153,30 +154,6 @@ struct HuffmanCode {
       }
     }
     return kMaxAlphabet;
-  }
-};
-
-/// Block-sized tables kept per thread between blocks.
-struct Workspace {
-  std::unique_ptr<std::uint32_t[]> links;  ///< the BWT's last column (low byte) and the inverse links above it
-  std::unique_ptr<std::uint32_t[]> backLinks;  ///< the last column again, with the links the other way
-  std::unique_ptr<std::uint8_t[]> bytes;   ///< the block before its runs are expanded
-  std::size_t capacity = 0;
-
-  void reserve(std::size_t length) {
-    if (capacity >= length) return;
-    links.reset();
-    backLinks.reset();
-    bytes.reset();
-    capacity = 0;
-    links.reset(new std::uint32_t[length]);
-    backLinks.reset(new std::uint32_t[length]);
-    bytes.reset(new std::uint8_t[length]);
-    capacity = length;
-  }
-  static Workspace& forThisThread() {
-    thread_local Workspace workspace;
-    return workspace;
   }
 };
 
@@ -345,9 +322,9 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
     if (!tables->codes[code].build(lengths, alphabetSize)) return Result::unsure;
   }
 
-  Workspace& workspace = Workspace::forThisThread();
-  workspace.reserve(blockLimit);
-  std::uint32_t* const links = workspace.links.get();
+  BZip2TablePool::Lease workspace;  // from here on the block-sized tables are needed
+  workspace->reserve(blockLimit);
+  std::uint32_t* const links = workspace->links.get();
 
   // Huffman symbols to move-to-front indices and runs (RUNA/RUNB digits of a bijective base 2) to bytes.
   std::uint32_t byteCounts[256] = {};
@@ -396,7 +373,7 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
   // Inverse BWT: each byte of the last column links to the next one in the block (as libbz2 follows them) and
   // back to the one before. Following one chain is a cache miss per byte; the first half of the block is
   // followed forwards while the second half is followed backwards from its last byte, so two misses overlap.
-  std::uint32_t* const backLinks = workspace.backLinks.get();
+  std::uint32_t* const backLinks = workspace->backLinks.get();
   std::uint32_t next[256];
   for (std::uint32_t byte = 0, sum = 0; byte < 256; ++byte) {
     next[byte] = sum;
@@ -408,7 +385,7 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
     links[to] |= i << 8;
     backLinks[i] = to << 8 | byte;
   }
-  std::uint8_t* const bytes = workspace.bytes.get();
+  std::uint8_t* const bytes = workspace->bytes.get();
   const std::uint32_t backwards = filled / 2, forwards = filled - backwards;
   std::uint32_t forward = links[origin] >> 8, backward = origin, lastForward = forward;
   for (std::uint32_t i = 0; i < backwards; ++i) {

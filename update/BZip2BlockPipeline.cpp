@@ -1,6 +1,7 @@
 #include "BZip2BlockPipeline.h"
 
 #include "BZip2Blocks.h"
+#include "BZip2TablePool.h"
 
 #include <ZRVKit/ZRVOperationQueue.h>
 
@@ -22,56 +23,15 @@ constexpr std::size_t kChunkLength = BZip2BlockDecoder::kChunkLength;
 // some 45 MB (runs of a byte), so this, not the count of blocks, is what bounds memory.
 constexpr std::size_t kBufferedLimit = 32 << 20;
 
-/// libbz2 allocates its block-sized tables afresh for every stream, and here every block is a stream of its
-/// own: each thread keeps the last ones for its next block, so they come warm from its cache rather than cold
-/// from the kernel.
-class TableCache {
- public:
-  ~TableCache() {
-    for (void* block : spare_) std::free(block);
-  }
-  static void* allocate(void*, int items, int size) {
-    const std::size_t length = static_cast<std::size_t>(items) * static_cast<std::size_t>(size);
-    TableCache& cache = instance();
-    for (std::size_t i = 0; i < cache.spare_.size(); ++i) {
-      if (lengthOf(cache.spare_[i]) == length) {
-        void* block = cache.spare_[i];
-        cache.spare_.erase(cache.spare_.begin() + static_cast<long>(i));
-        return static_cast<char*>(block) + kHeader;
-      }
-    }
-    void* block = std::malloc(length + kHeader);
-    if (!block) return nullptr;
-    *static_cast<std::size_t*>(block) = length;
-    return static_cast<char*>(block) + kHeader;
-  }
-  static void release(void*, void* address) {
-    if (!address) return;
-    void* block = static_cast<char*>(address) - kHeader;
-    TableCache& cache = instance();
-    if (cache.spare_.size() == kKept) {
-      std::free(cache.spare_.front());
-      cache.spare_.erase(cache.spare_.begin());
-    }
-    cache.spare_.push_back(block);
-  }
-
- private:
-  static constexpr std::size_t kHeader = 64;  // keeps the tables as aligned as malloc's own
-  static constexpr std::size_t kKept = 3;     // libbz2 makes two allocations per stream
-  static std::size_t lengthOf(void* block) { return *static_cast<std::size_t*>(block); }
-  static TableCache& instance() {
-    thread_local TableCache cache;
-    return cache;
-  }
-  std::vector<void*> spare_;
-};
-
 /// Decodes a one-block stream; false unless libbz2 reaches its end using every byte of it.
 bool decodeBlockStream(const ZRVData& stream, std::vector<BZip2BlockPipeline::Chunk>& chunks) {
+  // libbz2 would allocate its block-sized tables afresh for every stream, and here every block is a stream of
+  // its own: they come from the pool instead.
+  BZip2TablePool::Lease tables;
   bz_stream decoder{};
-  decoder.bzalloc = TableCache::allocate;
-  decoder.bzfree = TableCache::release;
+  decoder.bzalloc = BZip2TablePool::Tables::allocate;
+  decoder.bzfree = BZip2TablePool::Tables::release;
+  decoder.opaque = &*tables;
   if (BZ2_bzDecompressInit(&decoder, 0, 0) != BZ_OK) return false;
   decoder.next_in = const_cast<char*>(reinterpret_cast<const char*>(stream.data()));
   decoder.avail_in = static_cast<unsigned int>(stream.size());
@@ -263,7 +223,7 @@ BZip2BlockPipeline::~BZip2BlockPipeline() {
   shared.closed = true;
   shared.stopped = true;
   if (shared.decoding > 0) {
-    ZRVOperationQueue::BlockingScope blocking;
+    ZRVOperationQueue::HeldBackScope heldBack;  // the blocks are being decoded right now, by running threads
     shared.changed.wait(lock, [&] { return shared.decoding == 0; });
   }
 }
@@ -298,7 +258,9 @@ BZip2BlockPipeline::Next BZip2BlockPipeline::next(std::vector<Chunk>& chunks) {
       continue;
     }
     if (shared.firstSlot == shared.locatedEnd()) continue;  // locating found the end or a break
-    ZRVOperationQueue::BlockingScope blocking;
+    // Every block that could be handed out next is being decoded right now by a running thread (claimed
+    // blocks are never left to queued work), so this wait needs no thread of the queue's.
+    ZRVOperationQueue::HeldBackScope heldBack;
     shared.changed.wait(lock, [&] {
       return shared.slots.front().state == Shared::SlotState::decoded || shared.stopped || shared.claimableLocked();
     });

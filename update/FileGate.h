@@ -1,6 +1,7 @@
 #pragma once
 // Lets a bounded number of game files be worked on at once, without a thread waiting for a turn: a file
-// that cannot start now is started by the one that leaves. Besides the count, the bytes of the installed
+// that cannot start now is started by the one that leaves. The updater queues a file's work item only from
+// `start`, so a waiting file is no queued work either and cannot make the work queue start threads. Besides the count, the bytes of the installed
 // files in flight are bounded, since patching holds a file's old and new contents in memory: a few very
 // large files go one or two at a time instead of eight. A file larger than the whole budget still goes,
 // alone.

@@ -74,6 +74,14 @@ bool listsPlatform(const ZRVJSON& entry, const std::string& platform) {
   return false;
 }
 
+// What the file gate counts for a file while it is worked on: patching holds the installed contents (and
+// the new ones) in memory.
+std::uintmax_t bytesHeldWhileUpdating(const ZRVManagedFile& file) {
+  std::error_code error;
+  std::uintmax_t installed = fs::file_size(file.location(), error);
+  return error ? 0 : installed;
+}
+
 std::optional<std::string> textMember(const ZRVJSON& entry, const char* key) {
   auto found = entry.find(key);
   if (found == entry.end() || !found->is_string()) return std::nullopt;
@@ -256,63 +264,59 @@ void ZRVPatcher::_patchGameFilesIfNecessary() {
   setError(std::nullopt);
   setUpdateSuccessful(true);
 
-  // Each file's item ends when its file reports; it holds no thread meanwhile, and only a few files are
-  // downloaded and patched at once. A file whose whole download failed everywhere never reports, so its
-  // item never ends and neither does the run; it does give its place to the next file.
+  // Works on one admitted file; `ended` hears once that the file reported (true) or went silent (false).
+  auto updateFile = [this](const std::shared_ptr<ZRVManagedFile>& file, const ZRVJSON& patches,
+                           std::function<void(bool reported)> ended) {
+    auto status = [this](const std::string& text) {
+      if (auto handler = updateHandler()) handler(text, progress());
+    };
+    auto completion = [this, ended](bool, const std::string& text) {
+      if (auto handler = updateHandler()) handler(text, progress());
+      ended(true);
+    };
+    auto failure = [this, ended](const ZRVError& error) {
+      _reportFileFailure(error);
+      ended(true);
+    };
+    auto settled = [ended] { ended(false); };  // silent: the file's place is given back, its item never ends
+    const std::vector<ZRVURL> mirrors = mirrorURLs();
+    try {
+      file->update(mirrors, patches, status, completion, failure, settled);
+    } catch (const std::exception& exception) {
+      // A patch that cannot be applied must not end the launcher: the file is downloaded whole instead.
+      ZRVLog::format("-[%@ %@]+%d: exception %@.", kClassName, "_patchGameFilesIfNecessary", __LINE__,
+                     exception.what());
+      file->recoverFromFailedPatch(mirrors, status, completion, settled);
+    }
+  };
+  // A file's item reaches the work queue only when the file gate admits the file: a file waiting for its turn
+  // holds no thread and is no queued work, so the queue never sees thousands of items it could only start
+  // threads for. The item ends when its file reports and holds no thread while a download is under way. A
+  // file whose whole download failed everywhere never reports, so its item never ends and neither does the
+  // run (the final item depends on every file's item); it does give its place to the next file.
   auto gate = std::make_shared<zrv::update::FileGate>(kFilesInFlight, kBytesInFlight);
   auto final = ZRVOperation::operationWithBlock([this] { _patchingComplete(); });
-  std::vector<std::shared_ptr<ZRVOperation>> items;
+  std::vector<std::pair<std::shared_ptr<ZRVOperation>, std::uintmax_t>> items;
   for (const auto& file : files) {
     const ZRVJSON& entry = manifest.at(file->name());
-    bool hasPatches = entry.contains("patches");
-    ZRVJSON patches = hasPatches ? entry.at("patches") : ZRVJSON();
-    auto item = ZRVOperation::asynchronousOperationWithBlock([this, file, patches, hasPatches,
-                                                              gate](std::function<void()> finish) {
-      if (!hasPatches) {  // never updated, never reported
-        finish();
-        return;
-      }
-      std::error_code sizeError;
-      std::uintmax_t installedBytes = fs::file_size(file->location(), sizeError);
-      if (sizeError) installedBytes = 0;
-      gate->enter(installedBytes, [this, file, patches, gate, finish, installedBytes] {
-        ZRVOperationQueue::workQueue().addOperationWithBlock([this, file, patches, gate, finish, installedBytes] {
-          auto ended = std::make_shared<std::once_flag>();
-          auto end = [gate, finish, ended, installedBytes] {
+    if (!entry.contains("patches")) continue;  // never updated, never reported: its item would end at once
+    const std::uintmax_t bytes = bytesHeldWhileUpdating(*file);
+    auto item = ZRVOperation::asynchronousOperationWithBlock(
+        [updateFile, file, patches = entry.at("patches"), gate, bytes](std::function<void()> finish) {
+          updateFile(file, patches, [gate, finish, bytes, ended = std::make_shared<std::once_flag>()](bool reported) {
             std::call_once(*ended, [&] {
-              gate->leave(installedBytes);
-              finish();
+              gate->leave(bytes);
+              if (reported) finish();
             });
-          };
-          auto status = [this](const std::string& text) {
-            if (auto handler = updateHandler()) handler(text, progress());
-          };
-          auto completion = [this, end](bool, const std::string& text) {
-            if (auto handler = updateHandler()) handler(text, progress());
-            end();
-          };
-          auto failure = [this, end](const ZRVError& error) {
-            _reportFileFailure(error);
-            end();
-          };
-          auto settled = [gate, installedBytes] { gate->leave(installedBytes); };
-          const std::vector<ZRVURL> mirrors = mirrorURLs();
-          try {
-            file->update(mirrors, patches, status, completion, failure, settled);
-          } catch (const std::exception& exception) {
-            // A patch that cannot be applied must not end the launcher: the file is downloaded whole instead.
-            ZRVLog::format("-[%@ %@]+%d: exception %@.", kClassName, "_patchGameFilesIfNecessary", __LINE__,
-                           exception.what());
-            file->recoverFromFailedPatch(mirrors, status, completion, settled);
-          }
+          });
         });
-      });
-    });
     final->addDependency(item);
-    items.push_back(std::move(item));
+    items.emplace_back(std::move(item), bytes);
   }
-  items.push_back(final);
-  ZRVOperationQueue::workQueue().addOperations(items, false);
+  ZRVOperationQueue::workQueue().addOperation(final);  // holds no thread until every file's item has ended
+  for (auto& [item, bytes] : items) {
+    gate->enter(bytes, [item = std::move(item)] { ZRVOperationQueue::workQueue().addOperation(item); });
+  }
 }
 
 void ZRVPatcher::_reportFileFailure(const ZRVError& error) {

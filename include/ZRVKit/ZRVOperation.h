@@ -28,7 +28,8 @@ class ZRVKIT_EXPORT ZRVOperation : public std::enable_shared_from_this<ZRVOperat
   void addDependency(const std::shared_ptr<ZRVOperation>& operation);
 
   bool isFinished() const;
-  /// Blocks until the operation has run (a work-queue thread that waits here is replaced meanwhile).
+  /// Blocks until the operation has run. Called on a thread of the queue that holds the operation ready but
+  /// not started, it runs the operation right here; otherwise a waiting work-queue thread is replaced meanwhile.
   void waitUntilFinished();
 
   explicit ZRVOperation(Block block);
@@ -44,6 +45,8 @@ class ZRVKIT_EXPORT ZRVOperation : public std::enable_shared_from_this<ZRVOperat
   void run();
   void markFinished();
   void dependencyFinished();
+  /// Called by the queue once the operation is among its ready work: a waiter may now run it itself.
+  void didEnqueue();
 
   Block block_;
   AsynchronousBlock asynchronousBlock_;
@@ -53,5 +56,6 @@ class ZRVKIT_EXPORT ZRVOperation : public std::enable_shared_from_this<ZRVOperat
   ZRVOperationQueue* queue_ = nullptr;
   int pendingDependencies_ = 0;
   bool scheduled_ = false;
+  bool enqueued_ = false;
   bool finished_ = false;
 };

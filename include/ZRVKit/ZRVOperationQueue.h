@@ -2,9 +2,22 @@
 // Operation queues. `workQueue()` is the shared parallel queue for all of the library's background work;
 // `mainQueue()` is the serial queue whose operations run on the application's main thread.
 //
-// The work queue's width grows with demand: it keeps about as many threads running as there are cores,
-// and adds threads while queued work waits and its threads are blocked, so operations that wait for other
-// operations finish instead of deadlocking.
+// The work queue's width follows demand: it keeps about as many threads making progress as there are cores.
+// A thread counts as making progress while it runs an operation, even one the machine's other processes
+// leave waiting for a processor, and while it waits in a HeldBackScope (for a turn at something the library
+// bounds, which the threads holding it give back without further help). Ready work gets another thread
+// when fewer threads than cores make progress because some of them wait:
+// - in a wait the queue knows of (waitUntilFinished, waitUntilAllOperationsAreFinished, a BlockingScope):
+//   at once;
+// - in a wait the queue cannot see (a plain condition variable, a pipe, a lock): once the thread has been
+//   asleep without using the processor for a while, as the system reports it. Such waits cost a thread
+//   each and are found only after a delay; up to the queue's ceiling of 512 threads. Work that waits on
+//   something outside the queue finishes once that is released, but anything beyond the ceiling waits for
+//   one of those threads.
+// Waiting on an operation of this queue that has not started yet, from one of its threads, runs it on the
+// waiting thread (a few dozen levels deep at most; deeper, the waiter is replaced as in a known wait), so
+// items that queue work and wait on it need no thread of their own. Threads beyond the core count leave
+// after two seconds without work.
 
 #include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVOperation.h>
@@ -55,6 +68,10 @@ class ZRVKIT_EXPORT ZRVOperationQueue {
 
   /// Number of threads the queue has now (for tests and diagnostics).
   std::size_t threadCount() const;
+  /// The most threads the queue has had at once since it was made or since resetPeakThreadCount().
+  std::size_t peakThreadCount() const;
+  /// Starts a new peak at the present thread count.
+  void resetPeakThreadCount();
 
   /// Tells the queue that the current thread is about to block waiting for other work, so that the queue
   /// may start another thread meanwhile. Harmless on threads that are not the queue's.
@@ -64,6 +81,20 @@ class ZRVKIT_EXPORT ZRVOperationQueue {
     ~BlockingScope();
     BlockingScope(const BlockingScope&) = delete;
     BlockingScope& operator=(const BlockingScope&) = delete;
+
+   private:
+    ZRVOperationQueue* queue_;
+  };
+
+  /// Tells the queue that the current thread is about to wait for its turn at something the library bounds
+  /// (a pool of decoder tables, blocks being decoded by other threads), which threads already running give
+  /// back without needing any queued work: the queue starts no thread for this wait. Harmless elsewhere.
+  class HeldBackScope {
+   public:
+    HeldBackScope();
+    ~HeldBackScope();
+    HeldBackScope(const HeldBackScope&) = delete;
+    HeldBackScope& operator=(const HeldBackScope&) = delete;
 
    private:
     ZRVOperationQueue* queue_;
@@ -80,12 +111,17 @@ class ZRVKIT_EXPORT ZRVOperationQueue {
   /// Runs `operation` on the calling thread as an operation of this queue.
   void runOperation(const std::shared_ptr<ZRVOperation>& operation);
   void operationDidFinish();
+  /// Takes `operation` out of the ready work and runs it on this thread, if it is there (see waitUntilFinished).
+  bool runWaitedForOperationHere(const std::shared_ptr<ZRVOperation>& operation);
 
  private:
   struct Pool;
+  struct Worker;
   void workerLoop();
   void spawnWorkersLocked(std::size_t count);
   void monitorLoop();
+  void findStuckWorkersLocked(std::chrono::steady_clock::time_point now);
+  void forgetStuckWorkersLocked();
   bool mayStartAnotherLocked() const;
 
   std::string name_;

@@ -1,16 +1,55 @@
 #include <ZRVKit/ZRVMainQueue.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
+#include "support/BusyProcesses.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <condition_variable>
+#include <ctime>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <set>
 #include <thread>
 
 using namespace std::chrono_literals;
+
+namespace {
+
+std::size_t cores() { return std::max(2u, std::thread::hardware_concurrency()); }
+
+// Polls `done` until it holds or the hang guard runs out; only a guard, never a measure of speed.
+bool eventually(const std::function<bool()>& done, std::chrono::seconds guard = 120s) {
+  auto deadline = std::chrono::steady_clock::now() + guard;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(5ms);
+  }
+  return true;
+}
+
+// Keeps a thread busy on the processor for about `length` of its own processor time.
+void spin(std::chrono::milliseconds length) {
+  timespec start{}, now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+  volatile unsigned sink = 0;
+  do {
+    for (int i = 0; i < 10000; ++i) sink = sink + static_cast<unsigned>(i);
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  } while ((now.tv_sec - start.tv_sec) * 1000 + (now.tv_nsec - start.tv_nsec) / 1000000 < length.count());
+}
+
+// The work queue's threads beyond those already there when a test began.
+struct ThreadGrowth {
+  std::size_t before = ZRVOperationQueue::workQueue().threadCount();
+  ThreadGrowth() { ZRVOperationQueue::workQueue().resetPeakThreadCount(); }
+  std::size_t peak() const { return ZRVOperationQueue::workQueue().peakThreadCount(); }
+  std::size_t allowing(std::size_t extra) const { return std::max(before, cores()) + extra; }
+};
+
+}  // namespace
 
 TEST(WorkQueue, IsOneSharedQueueRunningOffTheMainThread) {
   EXPECT_EQ(&ZRVOperationQueue::workQueue(), &ZRVOperationQueue::workQueue());
@@ -158,4 +197,113 @@ TEST(WorkQueue, AsynchronousOperationsFinishWhenTheySaySo) {
   }
   dependent->waitUntilFinished();
   EXPECT_TRUE(dependentRan.load());
+}
+
+TEST(WorkQueue, TwoThousandItemsThatQueueAnItemAndWaitOnItFinishOnFewThreads) {
+  // Each inner item is still waiting when its outer item waits on it, so the outer item runs it itself.
+  constexpr int kItems = 2000;
+  ThreadGrowth growth;
+  std::atomic<int> finished{0};
+  for (int i = 0; i < kItems; ++i) {
+    ZRVOperationQueue::workQueue().addOperationWithBlock([&finished] {
+      auto inner = ZRVOperationQueue::workQueue().addOperationWithBlock([] {});
+      inner->waitUntilFinished();
+      ++finished;
+    });
+  }
+  ASSERT_TRUE(eventually([&] { return finished.load() == kItems; }));
+  // A waiter is replaced only while its inner item runs elsewhere, and then that item makes progress.
+  EXPECT_LE(growth.peak(), growth.allowing(cores() + 2));
+  EXPECT_TRUE(eventually([] { return ZRVOperationQueue::workQueue().threadCount() <= cores(); }, 30s));
+}
+
+TEST(WorkQueue, TwoThousandItemsWaitingOnAPartnerQueuedBehindThemFinish) {
+  constexpr int kItems = 2000;
+  std::vector<std::shared_ptr<ZRVOperation>> partners;
+  std::atomic<int> finished{0};
+  for (int i = 0; i < kItems; ++i) partners.push_back(ZRVOperation::operationWithBlock([&finished] { ++finished; }));
+  for (int i = 0; i < kItems; ++i) {
+    ZRVOperationQueue::workQueue().addOperationWithBlock([partner = partners[i], &finished] {
+      partner->waitUntilFinished();
+      ++finished;
+    });
+  }
+  for (const auto& partner : partners) ZRVOperationQueue::workQueue().addOperation(partner);
+  // Until its partner is queued an item waits for whoever queues it, which the queue cannot see, so a slow
+  // producer costs threads; once queued, each partner runs on its waiter's thread.
+  ASSERT_TRUE(eventually([&] { return finished.load() == 2 * kItems; }));
+  EXPECT_TRUE(eventually([] { return ZRVOperationQueue::workQueue().threadCount() <= cores(); }, 30s));
+}
+
+TEST(WorkQueue, TwoThousandWaitersOnAnOutsideLatchFinishOnceReleased) {
+  // Waits the queue cannot see cost a thread each, up to the ceiling; the rest wait for those threads.
+  constexpr int kWaiters = 2000;
+  std::mutex mutex;
+  std::condition_variable opened;
+  bool open = false;
+  std::atomic<int> started{0};
+  std::atomic<int> done{0};
+  for (int i = 0; i < kWaiters; ++i) {
+    ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
+      ++started;
+      std::unique_lock lock(mutex);
+      opened.wait(lock, [&] { return open; });
+      ++done;
+    });
+  }
+  ASSERT_TRUE(eventually([&] { return started.load() > static_cast<int>(cores()); }));
+  {
+    std::lock_guard lock(mutex);
+    open = true;
+  }
+  opened.notify_all();
+  ASSERT_TRUE(eventually([&] { return done.load() == kWaiters; }));
+  EXPECT_TRUE(eventually([] { return ZRVOperationQueue::workQueue().threadCount() <= cores(); }, 30s));
+}
+
+TEST(WorkQueue, WaitsForWorkTheLibraryHoldsBackAddNoThreads) {
+  // One turn at a time, handed from item to item: the waiters wait for running work, not for queued work.
+  ThreadGrowth growth;
+  std::mutex mutex;
+  std::condition_variable turnFree;
+  bool taken = false;
+  std::atomic<int> done{0};
+  constexpr int kItems = 40;
+  for (int i = 0; i < kItems; ++i) {
+    ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
+      {
+        ZRVOperationQueue::HeldBackScope heldBack;
+        std::unique_lock lock(mutex);
+        turnFree.wait(lock, [&] { return !taken; });
+        taken = true;
+      }
+      spin(2ms);
+      {
+        std::lock_guard lock(mutex);
+        taken = false;
+      }
+      turnFree.notify_one();
+      ++done;
+    });
+  }
+  ASSERT_TRUE(eventually([&] { return done.load() == kItems; }));
+  EXPECT_LE(growth.peak(), growth.allowing(0));
+}
+
+TEST(WorkQueue, ABusyMachineAddsNoThreadsForQueuedWork) {
+  // Other processes keep every core busy, so this process gets little of the processor while its items
+  // wait: its threads are kept from running, not blocked, and more of them would not help.
+  BusyProcesses busy(static_cast<unsigned>(cores()));
+  ASSERT_EQ(busy.size(), cores());
+  ThreadGrowth growth;
+  std::atomic<int> done{0};
+  constexpr int kItems = 60;
+  for (int i = 0; i < kItems; ++i) {
+    ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
+      spin(10ms);
+      ++done;
+    });
+  }
+  ASSERT_TRUE(eventually([&] { return done.load() == kItems; }));
+  EXPECT_LE(growth.peak(), growth.allowing(0));
 }

@@ -5,6 +5,7 @@
 #include "tests/update/PatchBuilder.h"
 #include "update/BZip2BlockPipeline.h"
 #include "update/BZip2Blocks.h"
+#include "update/BZip2TablePool.h"
 
 #include <ZRVKit/ZRVExtensions.h>
 #include <ZRVKit/ZRVOperationQueue.h>
@@ -14,6 +15,7 @@
 #include <functional>
 #include <limits>
 #include <random>
+#include <thread>
 
 namespace {
 
@@ -137,6 +139,37 @@ TEST(BZip2Blocks, manyDecodesAtOnceOnTheWorkQueueFinish) {
   }
   for (const auto& operation : operations) operation->waitUntilFinished();
   EXPECT_EQ(succeeded, 12);
+  EXPECT_LE(BZip2TablePool::setsMade(), BZip2TablePool::capacity());
+}
+
+TEST(BZip2Blocks, decoderTablesComeFromAboutOneSetPerCoreHoweverManyThreadsDecode) {
+  // Damaged streams as well, so that libbz2 decodes some of the blocks, with its tables from the pool too.
+  TemporaryDirectory folder;
+  const std::vector<Case> all = cases();
+  std::vector<ZRVData> inputs;
+  std::vector<std::string> expected;
+  {
+    ParallelFrom never(kNever);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      inputs.push_back(all[i].damage(cleanStream()));
+      expected.push_back(decodeToFile(inputs.back(), folder / ("sequential" + std::to_string(i))));
+    }
+  }
+  ParallelFrom always(kAlways);
+  std::atomic<std::size_t> matched{0};
+  std::vector<std::thread> threads;
+  const std::size_t kThreads = 4 * BZip2TablePool::capacity() + 2;
+  for (std::size_t i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      const std::size_t which = i % all.size();
+      const auto file = folder / ("parallel" + std::to_string(i));
+      ZRVExtensions::decompressBZIP2CompressedDataToURL(inputs[which], file);
+      if (readFile(file) == expected[which]) ++matched;
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(matched.load(), kThreads);
+  EXPECT_LE(BZip2TablePool::setsMade(), BZip2TablePool::capacity());
 }
 
 }  // namespace
