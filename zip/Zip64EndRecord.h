@@ -1,0 +1,11 @@
+#pragma once
+// minizip 1.1 writes the Zip64 end record only for a directory of entries that starts beyond 4 GiB. An
+// archive of 65,535 entries or more also needs it: the classic end record then says 0xFFFF, which means
+// "see the Zip64 end record", and Info-ZIP and 7-Zip reject the archive when there is none.
+
+#include <filesystem>
+
+/// Adds the Zip64 end record and its locator in front of the end record of the finished archive at `archive`
+/// (written without comment) when its entry count needs them and they are not there. False when the archive's
+/// end cannot be read or written.
+bool completeZip64EndRecord(const std::filesystem::path& archive);
