@@ -1,5 +1,7 @@
 #include "zip/SSZipArchiveUnzipper.h"
 
+#include "zip/ZipEntryData.h"
+
 #include <ZRVKit/ZRVLog.h>
 
 #include <fcntl.h>
@@ -123,22 +125,21 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
   int next = UNZ_OK;
   std::uint64_t visited = 0;
   do {
-    reader_ = ZipEntryReader::open(zip_, path_, password_);
-    if (!reader_) {
-      success = false;
-      break;
-    }
     unz_file_info64 info{};
-    if (unzGetCurrentFileInfo64(zip_, &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
-      reader_->close();
+    // Room for the whole name and its terminator, so that minizip never has to cut it short.
+    std::vector<char> nameBuffer;
+    if (unzGetCurrentFileInfo64(zip_, &info, nullptr, 0, nullptr, 0, nullptr, 0) == UNZ_OK) {
+      nameBuffer.assign(info.size_filename + 1, '\0');
+    }
+    if (nameBuffer.empty() ||
+        unzGetCurrentFileInfo64(zip_, &info, nameBuffer.data(), nameBuffer.size(), nullptr, 0, nullptr, 0) !=
+            UNZ_OK) {
       success = false;
       break;
     }
-    // Room for the whole name and its terminator, so that minizip never has to cut it short.
-    std::vector<char> nameBuffer(info.size_filename + 1, '\0');
-    if (unzGetCurrentFileInfo64(zip_, &info, nameBuffer.data(), nameBuffer.size(), nullptr, 0, nullptr, 0) !=
-        UNZ_OK) {
-      reader_->close();
+    const bool hasZip64Fields = applyZip64ExtraField(zip_, info);
+    reader_ = ZipEntryReader::open(zip_, path_, password_, info, hasZip64Fields);
+    if (!reader_) {
       success = false;
       break;
     }

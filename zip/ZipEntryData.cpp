@@ -122,3 +122,30 @@ std::optional<ZipEntryRange> locateCurrentEntryData(unzFile zip, int archiveFile
   if (dataOffset > fileSize || compressedSize > fileSize - dataOffset) return std::nullopt;
   return ZipEntryRange{dataOffset, compressedSize};
 }
+
+bool applyZip64ExtraField(unzFile zip, unz_file_info64& info) {
+  std::vector<std::uint8_t> extra(info.size_file_extra);
+  unz_file_info64 ignored{};
+  if (extra.empty() ||
+      unzGetCurrentFileInfo64(zip, &ignored, nullptr, 0, extra.data(), extra.size(), nullptr, 0) != UNZ_OK) {
+    return false;
+  }
+  for (std::size_t at = 0; at + 4 <= extra.size();) {
+    const std::size_t length = static_cast<std::size_t>(little(&extra[at + 2], 2));
+    if (at + 4 + length > extra.size()) return false;
+    if (little(&extra[at], 2) == 0x0001) {
+      // The values stand in a fixed order, each only when its 32-bit field holds the marker.
+      const std::uint8_t* value = &extra[at + 4];
+      const std::uint8_t* end = value + length;
+      for (ZPOS64_T* size : {&info.uncompressed_size, &info.compressed_size}) {
+        if (*size != kNone32) continue;
+        if (end - value < 8) return true;
+        *size = little(value, 8);
+        value += 8;
+      }
+      return true;
+    }
+    at += 4 + length;
+  }
+  return false;
+}
