@@ -55,13 +55,15 @@ std::optional<std::uint64_t> bytesBeforeArchive(int file, std::uint64_t fileSize
   std::uint64_t endPosition = fileSize - tailSize + at;
   std::uint64_t directorySize = little(&tail[at + 12], 4);
   std::uint64_t directoryOffset = little(&tail[at + 16], 4);
-  if (directoryOffset == kNone32 || directorySize == kNone32 || little(&tail[at + 10], 2) == 0xffff) {
-    std::uint8_t locator[kZip64LocatorSize];
+  // The Zip64 end record stands between the directory and the end record whenever there is one, also when
+  // the end record's own fields need none of it (Info-ZIP writes it for every archive with a Zip64 entry).
+  std::uint8_t locator[kZip64LocatorSize];
+  const bool hasLocator = endPosition >= kZip64LocatorSize &&
+                          readAt(file, endPosition - kZip64LocatorSize, locator, sizeof locator) &&
+                          hasSignature(locator, 6, 7);
+  if (directoryOffset == kNone32 || directorySize == kNone32 || little(&tail[at + 10], 2) == 0xffff || hasLocator) {
     std::uint8_t record[kZip64EndRecordSize];
-    if (endPosition < kZip64LocatorSize || !readAt(file, endPosition - kZip64LocatorSize, locator, sizeof locator) ||
-        !hasSignature(locator, 6, 7)) {
-      return std::nullopt;
-    }
+    if (!hasLocator) return std::nullopt;
     endPosition = little(locator + 8, 8);
     if (!readAt(file, endPosition, record, sizeof record) || !hasSignature(record, 6, 6)) return std::nullopt;
     directorySize = little(record + 40, 8);
