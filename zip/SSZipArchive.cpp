@@ -154,16 +154,18 @@ bool SSZipArchive::writeEntry(const std::string& name, Date date, unsigned long 
                               kVersionMadeByUnix, 0, large ? 1 : 0) != ZIP_OK) {
     return false;
   }
+  hasZip64Entries_ = hasZip64Entries_ || large;
   bool written = writeContents();
   bool closed = zipCloseFileInZip(zip_) == ZIP_OK;
   return written && closed;
 }
 
 bool SSZipArchive::close() {
-  if (zip_ && zipClose(zip_, nullptr) == ZIP_OK && !completeZip64EndRecord(path_)) {
-    ZRVLog::format("[SSZipArchive] Error: %@", "could not add the Zip64 end record to " + path_.string());
+  if (zip_ && zipClose(zip_, nullptr) == ZIP_OK && !completeZip64Fields(path_, hasZip64Entries_)) {
+    ZRVLog::format("[SSZipArchive] Error: %@", "could not complete the Zip64 records of " + path_.string());
   }
   zip_ = nullptr;
+  hasZip64Entries_ = false;
   return true;
 }
 

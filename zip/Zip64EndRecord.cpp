@@ -40,20 +40,6 @@ bool hasSignature(const std::uint8_t* bytes, std::uint8_t third, std::uint8_t fo
   return bytes[0] == 'P' && bytes[1] == 'K' && bytes[2] == third && bytes[3] == fourth;
 }
 
-// The classic end record counts entries in 16 bits; the true count is that of the directory's records.
-std::optional<std::uint64_t> countEntries(int file, std::uint64_t offset, std::uint64_t size) {
-  std::uint64_t count = 0;
-  for (std::uint64_t at = 0; at < size; ++count) {
-    std::uint8_t record[kCentralRecordSize];
-    if (size - at < kCentralRecordSize || !readAt(file, offset + at, record, sizeof record) ||
-        !hasSignature(record, 1, 2)) {
-      return std::nullopt;
-    }
-    at += kCentralRecordSize + little(record + 28, 2) + little(record + 30, 2) + little(record + 32, 2);
-  }
-  return count;
-}
-
 bool writeAll(int file, const std::uint8_t* bytes, std::size_t size, std::uint64_t offset) {
   while (size > 0) {
     const ssize_t written = ::pwrite(file, bytes, size, static_cast<off_t>(offset));
@@ -66,9 +52,31 @@ bool writeAll(int file, const std::uint8_t* bytes, std::size_t size, std::uint64
   return true;
 }
 
+// Counts the directory's records (the classic end record counts in 16 bits) and gives the records of Zip64
+// entries back the Unix "made by" that minizip replaces with a bare 45 (MS-DOS), without which Info-ZIP
+// ignores their permissions.
+std::optional<std::uint64_t> walkDirectory(int file, std::uint64_t offset, std::uint64_t size) {
+  constexpr std::uint16_t kMinizipZip64MadeBy = 45;
+  std::uint64_t count = 0;
+  for (std::uint64_t at = 0; at < size; ++count) {
+    std::uint8_t record[kCentralRecordSize];
+    if (size - at < kCentralRecordSize || !readAt(file, offset + at, record, sizeof record) ||
+        !hasSignature(record, 1, 2)) {
+      return std::nullopt;
+    }
+    if (little(record + 4, 2) == kMinizipZip64MadeBy) {
+      std::uint8_t madeBy[2];
+      putLittle(madeBy, kVersionMadeBy, 2);
+      if (!writeAll(file, madeBy, sizeof madeBy, offset + at + 4)) return std::nullopt;
+    }
+    at += kCentralRecordSize + little(record + 28, 2) + little(record + 30, 2) + little(record + 32, 2);
+  }
+  return count;
+}
+
 }  // namespace
 
-bool completeZip64EndRecord(const std::filesystem::path& archive) {
+bool completeZip64Fields(const std::filesystem::path& archive, bool hasZip64Entries) {
   UniqueFileDescriptor file(::open(archive.c_str(), O_RDWR | O_CLOEXEC));
   struct stat info {};
   if (!file || ::fstat(file.get(), &info) != 0 || static_cast<std::uint64_t>(info.st_size) < kEndRecordSize) {
@@ -79,14 +87,29 @@ bool completeZip64EndRecord(const std::filesystem::path& archive) {
   if (!readAt(file.get(), endPosition, end, sizeof end) || !hasSignature(end, 5, 6) || little(end + 20, 2) != 0) {
     return false;
   }
-  const std::uint64_t directorySize = little(end + 12, 4);
-  const std::uint64_t directoryOffset = little(end + 16, 4);
-  if (little(end + 10, 2) != kCountInZip64Record || directoryOffset == kOffsetInZip64Record) {
-    return true;  // few enough entries, or minizip wrote the Zip64 records itself
+  std::uint64_t directorySize = little(end + 12, 4);
+  std::uint64_t directoryOffset = little(end + 16, 4);
+  std::uint64_t directoryEnd = endPosition;
+  // minizip writes the Zip64 records itself only when the directory starts beyond 4 GiB.
+  const bool hasZip64EndRecord = directoryOffset == kOffsetInZip64Record;
+  const bool needsZip64EndRecord = !hasZip64EndRecord && little(end + 10, 2) == kCountInZip64Record;
+  // Entries that start beyond 4 GiB get Zip64 fields too.
+  const bool beyond4GiB = static_cast<std::uint64_t>(info.st_size) >= kOffsetInZip64Record;
+  if (!needsZip64EndRecord && !hasZip64Entries && !beyond4GiB) return true;
+  if (hasZip64EndRecord) {
+    std::uint8_t record[kZip64EndRecordSize];
+    directoryEnd = endPosition - kZip64LocatorSize - kZip64EndRecordSize;
+    if (endPosition < kZip64LocatorSize + kZip64EndRecordSize ||
+        !readAt(file.get(), directoryEnd, record, sizeof record) || !hasSignature(record, 6, 6)) {
+      return false;
+    }
+    directorySize = little(record + 40, 8);
+    directoryOffset = little(record + 48, 8);
   }
-  if (directoryOffset + directorySize != endPosition) return false;
-  const std::optional<std::uint64_t> entries = countEntries(file.get(), directoryOffset, directorySize);
+  if (directoryOffset + directorySize != directoryEnd) return false;
+  const std::optional<std::uint64_t> entries = walkDirectory(file.get(), directoryOffset, directorySize);
   if (!entries) return false;
+  if (!needsZip64EndRecord) return true;
 
   std::array<std::uint8_t, kZip64EndRecordSize + kZip64LocatorSize + kEndRecordSize> tail{};
   std::uint8_t* record = tail.data();

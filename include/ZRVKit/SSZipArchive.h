@@ -100,4 +100,5 @@ class SSZipArchive {
 
   std::filesystem::path path_;
   zipFile zip_ = nullptr;
+  bool hasZip64Entries_ = false;  ///< whose directory records minizip marks as made on MS-DOS
 };
