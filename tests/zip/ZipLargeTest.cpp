@@ -94,6 +94,19 @@ TEST(ZipLarge, MoreThan65535EntriesBothWays) {
   }
 }
 
+// minizip on its own (as this library wrote them before) counts 0xFFFF entries in the end record and writes no
+// Zip64 end record: such archives still unpack whole.
+TEST(ZipLarge, ArchivesCountingAtMost0xFFFFEntriesWithoutZip64RecordUnpackWhole) {
+  TemporaryDirectory temporary;
+  std::vector<CraftedEntry> entries;
+  for (int index = 0; index < kManyEntries; ++index) {
+    entries.push_back(CraftedEntry{manyEntryName(index).generic_string(), std::to_string(index)});
+  }
+  craftArchive(temporary / "minizip.zip", entries);
+  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(temporary / "minizip.zip", temporary / "out"));
+  expectManyEntries(temporary / "out");
+}
+
 TEST(ZipLarge, EntryOfMoreThan4GiBBothWays) {
   if (kUnderSanitizer) {
     GTEST_SKIP() << "a 4.5 GB entry is compressed four times and read eight: left to the release build, where it "
