@@ -1,5 +1,7 @@
 #include "zip/SSZipArchiveUnzipper.h"
 
+#include "zip/ZipEntryData.h"
+
 #include <ZRVKit/ZRVLog.h>
 
 #include <fcntl.h>
@@ -8,13 +10,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t kChunkSize = 4096;
+// Large chunks keep minizip's inflate and the writes busy with few calls; the buffer is the unpacker's only
+// sizeable memory, whatever the size of the entry.
+constexpr std::size_t kChunkSize = 256 * 1024;
 // A link target longer than a path may be is not a link target.
 constexpr std::size_t kMaxLinkTarget = 4096;
 // Only the permission bits: set-user-ID, set-group-ID and sticky bits from an archive are never restored.
@@ -41,6 +46,36 @@ bool isEmptyArchive(const fs::path& path) {
          record[10] == 0 && record[11] == 0 && static_cast<std::size_t>(info.st_size) == kEndRecordSize + commentSize;
 }
 
+// minizip's 64-bit records carry the same fields as the ones the delegate is given; on this platform the
+// sizes fit either way.
+unz_global_info globalInfoOf(const unz_global_info64& info) {
+  return unz_global_info{static_cast<uLong>(info.number_entry), info.size_comment};
+}
+
+unz_file_info fileInfoOf(const unz_file_info64& info) {
+  unz_file_info result{};
+  result.version = info.version;
+  result.version_needed = info.version_needed;
+  result.flag = info.flag;
+  result.compression_method = info.compression_method;
+  result.dosDate = info.dosDate;
+  result.crc = info.crc;
+  result.compressed_size = static_cast<uLong>(info.compressed_size);
+  result.uncompressed_size = static_cast<uLong>(info.uncompressed_size);
+  result.size_filename = info.size_filename;
+  result.size_file_extra = info.size_file_extra;
+  result.size_file_comment = info.size_file_comment;
+  result.disk_num_start = info.disk_num_start;
+  result.internal_fa = info.internal_fa;
+  result.external_fa = info.external_fa;
+  result.tmu_date = info.tmu_date;
+  return result;
+}
+
+bool isAllZero(const char* bytes, std::size_t size) {
+  return size > 0 && bytes[0] == 0 && std::memcmp(bytes, bytes + 1, size - 1) == 0;
+}
+
 }  // namespace
 
 SSZipArchiveUnzipper::SSZipArchiveUnzipper(const fs::path& path, const fs::path& destination, bool overwrite,
@@ -57,7 +92,8 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
     }
     return false;
   };
-  zip_ = unzOpen(path_.c_str());
+  // The 64-bit calls read the Zip64 end record (more than 65,535 entries) and the Zip64 sizes of entries.
+  zip_ = unzOpen64(path_.c_str());
   if (!zip_) {
     // minizip cannot open an archive that consists of nothing but its end record; it has no first entry.
     if (isEmptyArchive(path_)) {
@@ -65,8 +101,9 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
     }
     return openFailure(SSZipArchive::kErrorFailedToOpenZipFile, "failed to open zip file");
   }
-  unz_global_info globalInfo{};
-  unzGetGlobalInfo(zip_, &globalInfo);
+  unz_global_info64 globalInfo64{};
+  unzGetGlobalInfo64(zip_, &globalInfo64);
+  const unz_global_info globalInfo = globalInfoOf(globalInfo64);
   if (unzGoToFirstFile(zip_) != UNZ_OK) {
     unzClose(zip_);
     return openFailure(SSZipArchive::kErrorFailedToOpenFirstFile, "failed to open first file in zip file");
@@ -81,33 +118,36 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
 
   if (delegate_.zipArchiveWillUnzipArchiveAtPath) delegate_.zipArchiveWillUnzipArchiveAtPath(path_, globalInfo);
 
-  const long total = static_cast<long>(globalInfo.number_entry);
+  const long total = static_cast<long>(globalInfo64.number_entry);
   long index = 0;
   bool success = true;
   bool everyEntryWritten = true;
   int next = UNZ_OK;
+  std::uint64_t visited = 0;
   do {
-    reader_ = ZipEntryReader::open(zip_, path_, password_);
+    unz_file_info64 info{};
+    // Room for the whole name and its terminator, so that minizip never has to cut it short.
+    std::vector<char> nameBuffer;
+    if (unzGetCurrentFileInfo64(zip_, &info, nullptr, 0, nullptr, 0, nullptr, 0) == UNZ_OK) {
+      nameBuffer.assign(info.size_filename + 1, '\0');
+    }
+    if (nameBuffer.empty() ||
+        unzGetCurrentFileInfo64(zip_, &info, nameBuffer.data(), nameBuffer.size(), nullptr, 0, nullptr, 0) !=
+            UNZ_OK) {
+      success = false;
+      break;
+    }
+    const bool hasZip64Fields = applyZip64ExtraField(zip_, info);
+    reader_ = ZipEntryReader::open(zip_, path_, password_, info, hasZip64Fields);
     if (!reader_) {
       success = false;
       break;
     }
-    unz_file_info info{};
-    if (unzGetCurrentFileInfo(zip_, &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) {
-      reader_->close();
-      success = false;
-      break;
-    }
-    // Room for the whole name and its terminator, so that minizip never has to cut it short.
-    std::vector<char> nameBuffer(info.size_filename + 1, '\0');
-    if (unzGetCurrentFileInfo(zip_, &info, nameBuffer.data(), nameBuffer.size(), nullptr, 0, nullptr, 0) !=
-        UNZ_OK) {
-      reader_->close();
-      success = false;
-      break;
-    }
     std::string name(nameBuffer.data(), info.size_filename);
-    if (delegate_.zipArchiveWillUnzipFileAtIndex) delegate_.zipArchiveWillUnzipFileAtIndex(index, total, path_, info);
+    const unz_file_info delegateInfo = fileInfoOf(info);
+    if (delegate_.zipArchiveWillUnzipFileAtIndex) {
+      delegate_.zipArchiveWillUnzipFileAtIndex(index, total, path_, delegateInfo);
+    }
 
     // Without a password an encrypted entry reads as noise: it cannot be read, like a damaged one.
     constexpr uLong kEncrypted = 1;
@@ -125,11 +165,20 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
     }
     if (outcome == Outcome::refused || outcome == Outcome::failed) everyEntryWritten = false;
     if (outcome == Outcome::unpacked) {
-      if (delegate_.zipArchiveDidUnzipFileAtIndex) delegate_.zipArchiveDidUnzipFileAtIndex(index, total, path_, info);
+      if (delegate_.zipArchiveDidUnzipFileAtIndex) {
+        delegate_.zipArchiveDidUnzipFileAtIndex(index, total, path_, delegateInfo);
+      }
       ++index;
     }
     next = unzGoToNextFile(zip_);
+    ++visited;
   } while (next == UNZ_OK);
+  // An end record that counts 0xFFFF entries without a Zip64 end record to say how many (minizip's own
+  // archives of that many entries): minizip reads on to the end of the directory, where it finds no entry.
+  constexpr std::uint64_t kCountInZip64Record = 0xFFFF;
+  if (next == UNZ_BADZIPFILE && globalInfo64.number_entry == kCountInZip64Record && visited >= kCountInZip64Record) {
+    next = UNZ_END_OF_LIST_OF_FILE;
+  }
   if (next != UNZ_OK && next != UNZ_END_OF_LIST_OF_FILE) success = false;  // a damaged directory of entries
   reader_.reset();
   unzClose(zip_);
@@ -144,7 +193,7 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
   return success;
 }
 
-SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackCurrentEntry(const unz_file_info& info,
+SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackCurrentEntry(const unz_file_info64& info,
                                                                        const std::string& name) {
   const bool isLink = info.compression_method == 0 && (info.external_fa & 0xF000) == 0x4000 &&
                       info.compressed_size != 0;
@@ -182,7 +231,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackCurrentEntry(const unz
   return unpackFile(info, name, *parts, folder.get(), exists, existing);
 }
 
-SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackLink(const unz_file_info& info, const std::string& name,
+SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackLink(const unz_file_info64& info, const std::string& name,
                                                                const ZipDestination::Parts& parts, int folder) {
   std::string target;
   for (;;) {
@@ -205,7 +254,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackLink(const unz_file_in
   return Outcome::unpacked;
 }
 
-SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_info& info, const std::string& name,
+SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_info64& info, const std::string& name,
                                                                const ZipDestination::Parts& parts, int folder,
                                                                bool exists, const struct stat& existing) {
   const fs::path fullPath = destination().pathOf(parts);
@@ -229,12 +278,20 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_in
     return Outcome::readFailed;
   };
   int writeError = 0;
-  unsigned long total = 0;
+  std::uint64_t total = 0;
+  bool endsInHole = false;
   for (;;) {
     int count = reader_->read(buffer_.data(), static_cast<unsigned>(buffer_.size()));
     if (count < 0) return readFailed();
     if (count == 0) break;
-    total += static_cast<unsigned long>(count);
+    total += static_cast<std::uint64_t>(count);
+    // Runs of zeros (as in disk images and sparse files) become holes: the file reads the same and takes
+    // no room for them. The file was truncated at opening, so whatever is skipped reads as zeros.
+    endsInHole = isAllZero(buffer_.data(), static_cast<std::size_t>(count));
+    if (endsInHole && writeError == 0) {
+      if (::lseek(file.get(), count, SEEK_CUR) < 0) writeError = errno;
+      continue;
+    }
     const char* data = buffer_.data();
     std::size_t left = static_cast<std::size_t>(count);
     while (left > 0 && writeError == 0) {
@@ -249,6 +306,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_in
   }
   // A damaged stream can end early, and minizip checks the checksum only of entries read to their end.
   if (total != info.uncompressed_size) return readFailed();
+  if (endsInHole && writeError == 0 && ::ftruncate(file.get(), static_cast<off_t>(total)) != 0) writeError = errno;
   if (writeError != 0) return fail(fullPath, writeError);
 
   const SSZipArchive::Date date = SSZipArchive::_dateWithMSDOSFormat(info.dosDate);

@@ -33,9 +33,9 @@ class SSZipArchiveUnzipper {
     mode_t mode;  ///< 0: leave the permissions alone
   };
 
-  Outcome unpackCurrentEntry(const unz_file_info& info, const std::string& name);
-  Outcome unpackLink(const unz_file_info& info, const std::string& name, const ZipDestination::Parts& parts, int folder);
-  Outcome unpackFile(const unz_file_info& info, const std::string& name, const ZipDestination::Parts& parts,
+  Outcome unpackCurrentEntry(const unz_file_info64& info, const std::string& name);
+  Outcome unpackLink(const unz_file_info64& info, const std::string& name, const ZipDestination::Parts& parts, int folder);
+  Outcome unpackFile(const unz_file_info64& info, const std::string& name, const ZipDestination::Parts& parts,
                      int folder, bool exists, const struct stat& existing);
   Outcome refuse(const std::string& name, std::string_view reason);
   Outcome fail(const std::filesystem::path& path, int errorNumber);

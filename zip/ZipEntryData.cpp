@@ -55,13 +55,15 @@ std::optional<std::uint64_t> bytesBeforeArchive(int file, std::uint64_t fileSize
   std::uint64_t endPosition = fileSize - tailSize + at;
   std::uint64_t directorySize = little(&tail[at + 12], 4);
   std::uint64_t directoryOffset = little(&tail[at + 16], 4);
-  if (directoryOffset == kNone32 || directorySize == kNone32 || little(&tail[at + 10], 2) == 0xffff) {
-    std::uint8_t locator[kZip64LocatorSize];
+  // The Zip64 end record stands between the directory and the end record whenever there is one, also when
+  // the end record's own fields need none of it (Info-ZIP writes it for every archive with a Zip64 entry).
+  std::uint8_t locator[kZip64LocatorSize];
+  const bool hasLocator = endPosition >= kZip64LocatorSize &&
+                          readAt(file, endPosition - kZip64LocatorSize, locator, sizeof locator) &&
+                          hasSignature(locator, 6, 7);
+  if (directoryOffset == kNone32 || directorySize == kNone32 || little(&tail[at + 10], 2) == 0xffff || hasLocator) {
     std::uint8_t record[kZip64EndRecordSize];
-    if (endPosition < kZip64LocatorSize || !readAt(file, endPosition - kZip64LocatorSize, locator, sizeof locator) ||
-        !hasSignature(locator, 6, 7)) {
-      return std::nullopt;
-    }
+    if (!hasLocator) return std::nullopt;
     endPosition = little(locator + 8, 8);
     if (!readAt(file, endPosition, record, sizeof record) || !hasSignature(record, 6, 6)) return std::nullopt;
     directorySize = little(record + 40, 8);
@@ -121,4 +123,31 @@ std::optional<ZipEntryRange> locateCurrentEntryData(unzFile zip, int archiveFile
   const std::uint64_t dataOffset = headerPosition + kLocalHeaderSize + little(header + 26, 2) + little(header + 28, 2);
   if (dataOffset > fileSize || compressedSize > fileSize - dataOffset) return std::nullopt;
   return ZipEntryRange{dataOffset, compressedSize};
+}
+
+bool applyZip64ExtraField(unzFile zip, unz_file_info64& info) {
+  std::vector<std::uint8_t> extra(info.size_file_extra);
+  unz_file_info64 ignored{};
+  if (extra.empty() ||
+      unzGetCurrentFileInfo64(zip, &ignored, nullptr, 0, extra.data(), extra.size(), nullptr, 0) != UNZ_OK) {
+    return false;
+  }
+  for (std::size_t at = 0; at + 4 <= extra.size();) {
+    const std::size_t length = static_cast<std::size_t>(little(&extra[at + 2], 2));
+    if (at + 4 + length > extra.size()) return false;
+    if (little(&extra[at], 2) == 0x0001) {
+      // The values stand in a fixed order, each only when its 32-bit field holds the marker.
+      const std::uint8_t* value = &extra[at + 4];
+      const std::uint8_t* end = value + length;
+      for (ZPOS64_T* size : {&info.uncompressed_size, &info.compressed_size}) {
+        if (*size != kNone32) continue;
+        if (end - value < 8) return true;
+        *size = little(value, 8);
+        value += 8;
+      }
+      return true;
+    }
+    at += 4 + length;
+  }
+  return false;
 }

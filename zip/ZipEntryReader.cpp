@@ -1,5 +1,6 @@
 #include "zip/ZipEntryReader.h"
 
+#include "zip/ArchiveFileEntryReader.h"
 #include "zip/DecryptingEntryReader.h"
 
 namespace {
@@ -17,16 +18,16 @@ class MinizipEntryReader : public ZipEntryReader {
 }  // namespace
 
 std::unique_ptr<ZipEntryReader> ZipEntryReader::open(unzFile zip, const std::filesystem::path& archive,
-                                                     const std::optional<std::string>& password) {
+                                                     const std::optional<std::string>& password,
+                                                     const unz_file_info64& info, bool hasZip64Fields) {
+  constexpr uLong kEncrypted = 1;
+  const bool encrypted = info.flag & kEncrypted;
+  if (hasZip64Fields && !encrypted) return ArchiveFileEntryReader::open(zip, archive, info);
   const bool withPassword = password && !password->empty();
   const int opened = withPassword ? unzOpenCurrentFilePassword(zip, password->c_str()) : unzOpenCurrentFile(zip);
   if (opened == UNZ_OK) return std::make_unique<MinizipEntryReader>(zip);
   if (!withPassword) return nullptr;
-
-  unz_file_info64 info{};
-  if (unzGetCurrentFileInfo64(zip, &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) return nullptr;
-  constexpr uLong kEncrypted = 1;
-  if (!(info.flag & kEncrypted)) {
+  if (!encrypted) {
     // A minizip without decryption refuses every password, even for the archive's entries in the clear.
     return unzOpenCurrentFile(zip) == UNZ_OK ? std::make_unique<MinizipEntryReader>(zip) : nullptr;
   }

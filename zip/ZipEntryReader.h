@@ -13,11 +13,14 @@ class ZipEntryReader {
  public:
   virtual ~ZipEntryReader() = default;
 
-  /// Opens minizip's current entry: with `unzOpenCurrentFilePassword` when a non-empty password is given, else
-  /// `unzOpenCurrentFile`; an encrypted entry that minizip cannot open is decrypted here. None when the entry
-  /// cannot be opened, which includes a wrong password and encrypted data that does not authenticate.
+  /// Opens minizip's current entry, described by `info` (with its Zip64 values applied): with
+  /// `unzOpenCurrentFilePassword` when a non-empty password is given, else `unzOpenCurrentFile`; an encrypted
+  /// entry that minizip cannot open is decrypted here, and an entry with Zip64 fields (`hasZip64Fields`) is read
+  /// here from the archive file. None when the entry cannot be opened, which includes a wrong password and
+  /// encrypted data that does not authenticate.
   static std::unique_ptr<ZipEntryReader> open(unzFile zip, const std::filesystem::path& archive,
-                                              const std::optional<std::string>& password);
+                                              const std::optional<std::string>& password,
+                                              const unz_file_info64& info, bool hasZip64Fields);
 
   /// Up to `size` bytes of the contents: their count, 0 at the end, negative when the data cannot be read or
   /// fails its checks.

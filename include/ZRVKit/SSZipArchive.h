@@ -5,6 +5,10 @@
 // entries that would be written through a symbolic link, and links that would point out of the destination
 // are refused (logged, the other entries still unpacked, the result false). Set-user-ID, set-group-ID and
 // sticky bits are never restored.
+//
+// Archives of any size are read and written: entries of 4 GiB and more and more than 65,535 entries get the
+// format's 64-bit fields, which Info-ZIP, 7-Zip and Python's zipfile read. Entries are streamed in chunks, so
+// memory stays small whatever their size.
 
 #include <ZRVKit/ZRVData.h>
 #include <ZRVKit/ZRVError.h>
@@ -59,6 +63,10 @@ class ZRVKIT_EXPORT SSZipArchive {
   // Writing whole archives at once.
   static bool createZipFileAtPath(const std::filesystem::path& path, const std::vector<std::filesystem::path>& paths);
   /// Every regular file below `directory`, named by its path relative to it; folders get no entries.
+  /// A linked file is archived with the contents it links to (as Info-ZIP's `zip -r` does), and a link to a
+  /// folder is followed, except into a folder the walk is already inside (a link to the folder itself or a
+  /// parent, or a ring of links), which is passed over so that the walk ends. Dates before 1980 are archived
+  /// as 1980-01-01 00:00, the earliest a zip entry can say.
   static bool createZipFileAtPath(const std::filesystem::path& path, const std::filesystem::path& directory);
 
   /// A writer for the archive at `path` (initWithPath:); nothing happens before open().
@@ -73,7 +81,8 @@ class ZRVKIT_EXPORT SSZipArchive {
   bool writeFile(const std::filesystem::path& path);
   /// Adds the file under `fileName` (its last path component when absent), with its date and permissions.
   bool writeFileAtPath(const std::filesystem::path& path, const std::optional<std::string>& fileName);
-  /// Adds one entry holding `data`, dated now. False when the data is absent or the archive is not open.
+  /// Adds one entry holding `data`, dated now, readable by everyone and writable by the owner (0644); a name
+  /// ending in "/" is a folder entry (0755). False when the data is absent or the archive is not open.
   bool writeData(const std::optional<ZRVData>& data, const std::string& filename);
   /// Finishes the archive.
   bool close();
@@ -92,4 +101,5 @@ class ZRVKIT_EXPORT SSZipArchive {
 
   std::filesystem::path path_;
   zipFile zip_ = nullptr;
+  bool hasZip64Entries_ = false;  ///< whose directory records minizip marks as made on MS-DOS
 };

@@ -1,0 +1,188 @@
+// Archives written here against Info-ZIP, 7-Zip and Python's zipfile, and theirs unpacked here.
+#include "ZipPeers.h"
+#include "ZipTestSupport.h"
+
+#include <ZRVKit/SSZipArchive.h>
+
+#include <support/TemporaryDirectory.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::time_t localTime(int year, int month, int day, int hour, int minute, int second) {
+  std::tm local{};
+  local.tm_year = year - 1900;
+  local.tm_mon = month - 1;
+  local.tm_mday = day;
+  local.tm_hour = hour;
+  local.tm_min = minute;
+  local.tm_sec = second;
+  local.tm_isdst = -1;
+  return std::mktime(&local);
+}
+
+void setModificationTime(const fs::path& path, std::time_t seconds) {
+  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
+}
+
+mode_t modeOf(const fs::path& path) {
+  struct stat info {};
+  EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
+std::time_t modificationTime(const fs::path& path) {
+  struct stat info {};
+  EXPECT_EQ(stat(path.c_str(), &info), 0) << path;
+  return info.st_mtim.tv_sec;
+}
+
+// Files of the sizes and contents that matter to deflate and to the checksums: empty, one byte, every byte
+// value, a long run and data across several chunks.
+std::vector<std::pair<std::string, std::string>> sampleFiles() {
+  std::string everyByte;
+  for (int i = 0; i < 256 * 3; ++i) everyByte += static_cast<char>(i & 0xff);
+  std::string large;
+  for (std::uint32_t i = 0, state = 1; i < 700000; ++i) {
+    state = state * 1103515245u + 12345u;
+    large += static_cast<char>('a' + (state >> 16) % 7);
+  }
+  return {{"empty.txt", ""},
+          {"one.txt", "1"},
+          {"bytes.bin", everyByte},
+          {"folder/run.bin", std::string(300000, '\0') + "end"},
+          {"folder/deeper/large.txt", large},
+          {"name with spaces.txt", "spaces"}};
+}
+
+}  // namespace
+
+TEST(ZipPeers, ArchivesWrittenHerePassEveryPeerAndUnpackTheSame) {
+  TemporaryDirectory temporary;
+  const fs::path tree = temporary / "tree";
+  for (const auto& [name, contents] : sampleFiles()) writeFile(tree / name, contents);
+  fs::permissions(tree / "folder" / "run.bin", fs::perms(0755));
+  ASSERT_TRUE(SSZipArchive::createZipFileAtPath(temporary / "ours.zip", tree));
+
+  for (const ZipPeer& peer : zipPeers()) {
+    SCOPED_TRACE(peer.name);
+    EXPECT_EQ(peer.test(temporary / "ours.zip"), 0);
+    const fs::path out = temporary / ("by " + peer.name);
+    ASSERT_EQ(peer.extract(temporary / "ours.zip", out), 0);
+    for (const auto& [name, contents] : sampleFiles()) EXPECT_EQ(readFile(out / name), contents) << name;
+  }
+  EXPECT_EQ(modeOf(temporary / "by Info-ZIP" / "folder" / "run.bin"), 0755u);
+}
+
+TEST(ZipPeers, PeerArchivesUnpackHereByteForByte) {
+  TemporaryDirectory temporary;
+  const fs::path tree = temporary / "tree";
+  for (const auto& [name, contents] : sampleFiles()) writeFile(tree / name, contents);
+  fs::create_directories(tree / "empty-folder");
+
+  for (const ZipPeer& peer : zipPeers()) {
+    SCOPED_TRACE(peer.name);
+    const fs::path archive = temporary / (peer.name + ".zip");
+    ASSERT_EQ(peer.archiveFolder(archive, tree), 0);
+    const fs::path out = temporary / ("from " + peer.name);
+    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
+    for (const auto& [name, contents] : sampleFiles()) EXPECT_EQ(readFile(out / name), contents) << name;
+  }
+}
+
+TEST(ZipPeers, EntriesFromMemoryGetFileAndFolderPermissions) {
+  TemporaryDirectory temporary;
+  const fs::path archive = temporary / "data.zip";
+  {
+    SSZipArchive writer(archive);
+    ASSERT_TRUE(writer.open());
+    ASSERT_TRUE(writer.writeData(ZRVData{'d', 'a', 't', 'a'}, "data.txt"));
+    ASSERT_TRUE(writer.writeData(ZRVData{}, "folder/"));
+    ASSERT_TRUE(writer.writeData(ZRVData{'i', 'n'}, "folder/inner.txt"));
+    ASSERT_TRUE(writer.close());
+  }
+  for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(archive), 0) << peer.name;
+
+  // Info-ZIP applies the archived permissions as they stand, whatever the umask.
+  const fs::path byInfoZip = temporary / "infozip";
+  ASSERT_EQ(runCommand("umask 077 && unzip -qo " + quoted(archive) + " -d " + quoted(byInfoZip)), 0);
+  EXPECT_EQ(modeOf(byInfoZip / "data.txt"), 0644u);
+  EXPECT_EQ(modeOf(byInfoZip / "folder" / "inner.txt"), 0644u);
+  EXPECT_EQ(modeOf(byInfoZip / "folder"), 0755u);
+  EXPECT_EQ(readFile(byInfoZip / "data.txt"), "data");
+
+  const fs::path ours = temporary / "ours";
+  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, ours));
+  EXPECT_EQ(modeOf(ours / "data.txt"), 0644u);
+  EXPECT_TRUE(fs::is_directory(ours / "folder"));
+  EXPECT_EQ(readFile(ours / "folder" / "inner.txt"), "in");
+}
+
+TEST(ZipPeers, FolderArchivesHoldLinkedFilesAndNeverLoop) {
+  TemporaryDirectory temporary;
+  const fs::path tree = temporary / "tree";
+  writeFile(tree / "real.txt", "real");
+  writeFile(tree / "sub" / "inner.txt", "inner");
+  writeFile(temporary / "outside.txt", "outside");
+  fs::create_symlink("real.txt", tree / "to-file");
+  fs::create_symlink("../outside.txt", tree / "to-outside");
+  fs::create_symlink("sub", tree / "to-sub");
+  fs::create_symlink(".", tree / "to-itself");
+  fs::create_symlink("..", tree / "sub" / "to-parent");
+  fs::create_symlink(tree, tree / "sub" / "to-top");
+  fs::create_symlink("ring-b", tree / "ring-a");
+  fs::create_symlink("ring-a", tree / "ring-b");
+  fs::create_symlink("missing", tree / "broken");
+  ASSERT_EQ(mkfifo((tree / "pipe").c_str(), 0600), 0);
+
+  const fs::path archive = temporary / "links.zip";
+  ASSERT_TRUE(SSZipArchive::createZipFileAtPath(archive, tree));
+  for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(archive), 0) << peer.name;
+
+  const fs::path out = temporary / "out";
+  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
+  EXPECT_EQ(describeTree(out).size(), 7u);  // five files and the folders "sub" and "to-sub"
+  EXPECT_EQ(readFile(out / "real.txt"), "real");
+  EXPECT_EQ(readFile(out / "to-file"), "real");
+  EXPECT_EQ(readFile(out / "to-outside"), "outside");
+  EXPECT_EQ(readFile(out / "sub" / "inner.txt"), "inner");
+  EXPECT_EQ(readFile(out / "to-sub" / "inner.txt"), "inner");
+  EXPECT_FALSE(fs::is_symlink(out / "to-file"));
+}
+
+TEST(ZipPeers, DatesADosDateCannotHoldBecomeTheNearestItCan) {
+  struct Case {
+    std::time_t modified;
+    std::time_t archived;
+  };
+  const std::vector<Case> cases{
+      {localTime(1970, 6, 1, 12, 0, 0), localTime(1980, 1, 1, 0, 0, 0)},
+      {0, localTime(1980, 1, 1, 0, 0, 0)},
+      {localTime(1980, 1, 1, 0, 0, 0), localTime(1980, 1, 1, 0, 0, 0)},
+      {localTime(2001, 2, 3, 4, 5, 6), localTime(2001, 2, 3, 4, 5, 6)},
+      {localTime(2150, 1, 1, 0, 0, 0), localTime(2107, 12, 31, 23, 59, 58)},
+  };
+  TemporaryDirectory temporary;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.modified);
+    const fs::path file = temporary / "file.txt";
+    writeFile(file, "dated");
+    setModificationTime(file, c.modified);
+    const fs::path archive = temporary / "dated.zip";
+    ASSERT_TRUE(SSZipArchive::createZipFileAtPath(archive, std::vector<fs::path>{file}));
+    for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(archive), 0) << peer.name;
+    const fs::path out = temporary / "out";
+    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
+    EXPECT_EQ(modificationTime(out / "file.txt"), c.archived);
+    fs::remove_all(out);
+  }
+}
