@@ -1,6 +1,9 @@
 #include "update/InstallPath.h"
 
+#include "update/InstallFolder.h"
+
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,11 +17,14 @@ namespace zrv::update {
 
 bool isContainedName(std::string_view name) {
   if (name.empty() || name.front() == '/' || name.find('\0') != std::string_view::npos) return false;
+  // "." names the folder it stands in: "." or "./" would make the install folder itself a game file.
   for (const auto& part : fs::path(std::string(name))) {
-    if (part == "..") return false;
+    if (part == ".." || part == ".") return false;
   }
   return true;
 }
+
+bool namesAFile(std::string_view name) { return isContainedName(name) && name.back() != '/'; }
 
 bool resolvesInside(const fs::path& base, const fs::path& location) {
   std::error_code error;
@@ -32,10 +38,7 @@ bool resolvesInside(const fs::path& base, const fs::path& location) {
 }
 
 fs::path siblingTemporaryPath(const fs::path& destination) {
-  static std::atomic<unsigned> counter{0};
-  return destination.parent_path() /
-         ("." + destination.filename().string() + "." + std::to_string(getpid()) + "." +
-          std::to_string(counter.fetch_add(1)) + ".partial");
+  return destination.parent_path() / temporaryNameFor(destination.filename().string());
 }
 
 bool readWholeFile(const fs::path& file, ZRVData& contents) {
