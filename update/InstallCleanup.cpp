@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <set>
 #include <vector>
 
@@ -67,9 +68,11 @@ bool isAbandonedPartial(const std::string& name) {
   return pid <= 0 || (::kill(pid, 0) != 0 && errno == ESRCH);
 }
 
-// ".NAME.XXXXXX" beside NAME: the temporary file of an atomic write of NAME.
-bool isAbandonedAtomicWrite(const std::string& name, const std::set<std::string>& siblings) {
+// ".NAME.XXXXXX" beside NAME: the temporary file of an atomic write of NAME. The name carries no process, so
+// one written to in the last minute may be a write in progress (the launcher saving its options) and stays.
+bool isAbandonedAtomicWrite(const std::string& name, const struct stat& info, const std::set<std::string>& siblings) {
   if (name.size() < 9 || name[0] != '.' || name[name.size() - 7] != '.') return false;
+  if (std::time(nullptr) - info.st_mtime < 60) return false;
   if (!allOf(name, name.size() - 6, name.size(), isTemplateCharacter)) return false;
   return siblings.count(name.substr(1, name.size() - 8)) > 0;
 }
@@ -84,7 +87,7 @@ std::size_t clearBelow(int folder, int depth, bool atTop) {
     if (::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
     bool isFolder = S_ISDIR(info.st_mode);
     bool leftover = isAbandonedPartial(name) || (isFolder && name == ".tmp") ||
-                    (S_ISREG(info.st_mode) && isAbandonedAtomicWrite(name, siblings));
+                    (S_ISREG(info.st_mode) && isAbandonedAtomicWrite(name, info, siblings));
     if (leftover) {
       if (removeTreeIn(folder, name)) ++removed;
       continue;

@@ -213,9 +213,12 @@ TEST(InstallSafety, ARunClearsWhatKilledRunsLeftAndNothingElse) {
   };
   const std::vector<std::string> keepers = {
       "game.bin", "data/level.dat", ".config.backup", "notes.partial", ".game.bin." + alive + ".0.partial",
-      ".tmpfile", "data/.game.bin.Ab12Cd", "Frameworks/Cg.framework/Cg",
+      ".tmpfile", "data/.game.bin.Ab12Cd", "Frameworks/Cg.framework/Cg", ".settings.json.Xy12Zw", "settings.json",
   };
-  for (const auto& name : leftovers) writeFile(install / name, "left");
+  for (const auto& name : leftovers) {
+    writeFile(install / name, "left");
+    fs::last_write_time(install / name, fs::file_time_type::clock::now() - 2min);
+  }
   for (const auto& name : keepers) writeFile(install / name, "kept");
   UpdateServer content;
   content.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::json("{}"));
