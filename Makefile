@@ -29,6 +29,7 @@ bench: bootstrap
 	./scripts/run-bench-patch.sh
 	./scripts/run-bench-unzip.sh
 	./scripts/run-bench-update.sh
+	./scripts/run-bench-hostile.sh
 
 clean:
 	rm -rf build
