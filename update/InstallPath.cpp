@@ -1,13 +1,6 @@
 #include "update/InstallPath.h"
 
-#include "update/InstallFolder.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -35,10 +28,6 @@ bool resolvesInside(const fs::path& base, const fs::path& location) {
   auto [end, unused] = std::mismatch(resolvedBase.begin(), resolvedBase.end(), resolved.begin(), resolved.end());
   (void)unused;
   return end == resolvedBase.end();
-}
-
-fs::path siblingTemporaryPath(const fs::path& destination) {
-  return destination.parent_path() / temporaryNameFor(destination.filename().string());
 }
 
 bool readWholeFile(const fs::path& file, ZRVData& contents) {
