@@ -30,6 +30,7 @@ bench: bootstrap
 	./scripts/run-bench-unzip.sh
 	./scripts/run-bench-update.sh
 	./scripts/run-bench-fresh-installs.sh
+	./scripts/run-bench-hostile.sh
 
 clean:
 	rm -rf build

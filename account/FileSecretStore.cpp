@@ -6,6 +6,7 @@
 #include "account/SecretStore.h"
 
 #include <ZRVKit/ZRVGlobals.h>
+#include <ZRVKit/ZRVBoundedJSON.h>
 #include <ZRVKit/ZRVJSON.h>
 #include <ZRVKit/ZRVLog.h>
 
@@ -177,7 +178,7 @@ class FileSecretStore final : public SecretStore {
       filled += static_cast<std::size_t>(got);
     }
     text.resize(filled);
-    ZRVJSON document = ZRVJSON::parse(text, nullptr, false);
+    ZRVJSON document = zrv::readBoundedJSON(text).document.value_or(nullptr);
     std::vector<Item> items;
     const ZRVJSON* list = document.is_object() && document.contains("items") ? &document["items"] : nullptr;
     if (!list || !list->is_array()) {

@@ -1,8 +1,8 @@
 #include <ZRVKit/ZRVAuthenticator.h>
 
-#include "foundation/LockedProperty.h"
-
 #include "account/FormEncoder.h"
+#include "account/LoginAnswer.h"
+#include "foundation/LockedProperty.h"
 
 #include <ZRVKit/ZRVFormat.h>
 #include <ZRVKit/ZRVHTTPClient.h>
@@ -21,14 +21,6 @@ constexpr const char* kRippedMessage = "Everyting, just ripped.";
 std::optional<std::string> value(const ZRVAuthenticator::Credentials& credentials, const char* key) {
   auto found = credentials.find(key);
   return found == credentials.end() ? std::nullopt : found->second;
-}
-
-// A member of the answer as text: strings as they are, numbers and the like as JSON; absent otherwise.
-std::optional<std::string> member(const ZRVJSON& answer, const char* key) {
-  if (!answer.is_object()) return std::nullopt;
-  auto found = answer.find(key);
-  if (found == answer.end() || found->is_null()) return std::nullopt;
-  return found->is_string() ? found->get<std::string>() : found->dump();
 }
 
 }  // namespace
@@ -101,33 +93,31 @@ void ZRVAuthenticator::handleAnswer(const ZRVHTTPResult& result, const std::opti
     postStatus(4, {{"error", kRippedMessage}});
     return;
   }
-  ZRVJSON answer = ZRVJSON::parse(result.body->begin(), result.body->end(), nullptr, false);
-  if (answer.is_discarded()) answer = nullptr;
+  zrv::account::LoginAnswer read = zrv::account::readLoginAnswer(*result.body);
+  ZRVJSON& answer = read.document;
 
   // The kept values are already encoded and are encoded once more when the follow-up is built: the queue
   // expects them that way.
   Credentials followUp;
-  if (auto queueToken = member(answer, "queueToken")) {
-    followUp = {{"username", sentUsername}, {"password", sentPassword}, {"queueToken", queueToken}};
+  if (read.queueToken) {
+    followUp = {{"username", sentUsername}, {"password", sentPassword}, {"queueToken", read.queueToken}};
   } else if (!cookie()) {
     followUp = {{"username", sentUsername}, {"password", sentPassword}};
   }
 
-  auto success = answer.is_object() && answer.contains("success") && answer["success"].is_string()
-                     ? std::optional<std::string>(answer["success"].get<std::string>())
-                     : std::nullopt;
+  const auto& success = read.success;
   if (success == "true") {
-    postStatus(0, answer);
-    setCookie(member(answer, "cookie"));
+    postStatus(0, std::move(answer));
+    setCookie(read.cookie);
     saveLogin();
   } else if (success == "false") {
-    postStatus(1, answer);
+    postStatus(1, std::move(answer));
   } else if (success == "delayed") {
     // Waiting in the login queue: ask again at once, without telling the caller.
     contactGameServerWithCredentials(followUp);
   } else if (success == "partial") {
-    postStatus(3, answer);
-    if (auto token = member(answer, "responseToken")) setResponseToken(token);
+    postStatus(3, std::move(answer));
+    if (read.responseToken) setResponseToken(read.responseToken);
   } else if (result.response && result.response->statusCode >= 401) {
     ZRVLog::write("RIP");
     postStatus(4, {{"error", kRippedMessage}});

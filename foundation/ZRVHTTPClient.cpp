@@ -74,6 +74,8 @@ struct Transfer {
   }
 };
 
+constexpr std::size_t kMaxUpfrontReservation = std::size_t{16} << 20;
+
 size_t receiveBody(char* data, size_t size, size_t count, void* context) {
   auto& transfer = *static_cast<Transfer*>(context);
   size_t length = size * count;
@@ -82,13 +84,21 @@ size_t receiveBody(char* data, size_t size, size_t count, void* context) {
     return 0;  // makes libcurl fail the transfer
   }
   // Nothing may be thrown through libcurl: an answer that memory cannot hold fails like an oversized one.
+  // The announced length is believed only up to kMaxUpfrontReservation: a server may claim gigabytes and send
+  // a kilobyte. Beyond that the buffer grows by half again, never past the request's limit, so an answer near
+  // the limit holds at most the limit plus the buffer it is being moved out of.
   try {
+    const std::size_t needed = transfer.body.size() + length;
     if (transfer.body.empty()) {
       curl_off_t expected = -1;
       curl_easy_getinfo(transfer.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &expected);
       if (expected > 0 && static_cast<std::uint64_t>(expected) <= transfer.request.maxBodySize) {
-        transfer.body.reserve(static_cast<size_t>(expected));
+        transfer.body.reserve(std::max(needed, std::min(static_cast<size_t>(expected), kMaxUpfrontReservation)));
       }
+    }
+    if (needed > transfer.body.capacity()) {
+      std::size_t grown = transfer.body.capacity() + transfer.body.capacity() / 2;
+      transfer.body.reserve(std::min(transfer.request.maxBodySize, std::max(needed, grown)));
     }
     transfer.body.insert(transfer.body.end(), data, data + length);
   } catch (const std::bad_alloc&) {

@@ -1,6 +1,7 @@
 #include "info/InvasionDepartments.h"
 
 #include <ZRVKit/ZRVException.h>
+#include <ZRVKit/ZRVBoundedJSON.h>
 #include <ZRVKit/ZRVJSON.h>
 
 #include <algorithm>
@@ -32,7 +33,7 @@ const InvasionDepartments& InvasionDepartments::gameDepartments() {
 }
 
 InvasionDepartments::InvasionDepartments(std::string_view json) {
-  ZRVJSON document = ZRVJSON::parse(json, nullptr, false);
+  ZRVJSON document = zrv::readBoundedJSON(json).document.value_or(nullptr);
   if (!document.is_array() || document.empty()) malformed("not a list of departments");
   for (const ZRVJSON& entry : document) {
     auto name = entry.find("department");

@@ -8,7 +8,10 @@
 #include <ZRVKit/ZRVInvasionTracker.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
+#include <ZRVKit/ZRVBoundedJSON.h>
+
 #include "foundation/NumericValue.h"
+#include "info/Answers.h"
 #include "info/InvasionDepartments.h"
 
 #include <chrono>
@@ -86,18 +89,21 @@ std::optional<ZRVJSON> invasionRecord(const std::string& district, const ZRVJSON
                  {"id", id}};
 }
 
-void handleFeed(const ZRVHTTPResult& result, const ZRVInvasionManager::Completion& completion) {
+}  // namespace
+
+namespace zrv::info {
+
+void handleInvasionFeed(const ZRVHTTPResult& result, const ZRVInvasionManager::Completion& completion) {
   if (!result.response || result.response->statusCode != 200 || !result.body) {
     completion(false, {}, result.error);
     return;
   }
-  ZRVJSON feed;
-  try {
-    feed = ZRVJSON::parse(result.body->begin(), result.body->end());
-  } catch (const ZRVJSON::parse_error& error) {
-    completion(true, {}, parseError(error.what()));
+  zrv::JSONReading reading = zrv::readBoundedJSON(result.body->data(), result.body->size());
+  if (!reading.document) {
+    completion(true, {}, parseError(reading.error));
     return;
   }
+  const ZRVJSON& feed = *reading.document;
   if (!feed.is_object()) {
     completion(true, {}, parseError("the invasion feed is not a JSON object"));
     return;
@@ -125,7 +131,7 @@ void handleFeed(const ZRVHTTPResult& result, const ZRVInvasionManager::Completio
   completion(true, std::move(records), std::nullopt);
 }
 
-}  // namespace
+}  // namespace zrv::info
 
 ZRVInvasionManager& ZRVInvasionManager::sharedManager() {
   static auto* manager = new ZRVInvasionManager();
@@ -143,6 +149,6 @@ void ZRVInvasionManager::currentInvasions(Completion completion) {
       std::move(request), ZRVOperationQueue::workQueue(),
       [completion = std::move(completion)](ZRVHTTPResult result) {
         // The tracker is fed even when nobody listens, so that later estimates keep their baseline.
-        handleFeed(result, completion ? completion : [](bool, std::vector<ZRVJSON>, std::optional<ZRVError>) {});
+        zrv::info::handleInvasionFeed(result, completion ? completion : [](bool, std::vector<ZRVJSON>, std::optional<ZRVError>) {});
       });
 }

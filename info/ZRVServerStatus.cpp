@@ -1,27 +1,18 @@
 #include <ZRVKit/ZRVServerStatus.h>
 
+#include <ZRVKit/ZRVBoundedJSON.h>
 #include <ZRVKit/ZRVHTTPClient.h>
 #include <ZRVKit/ZRVHosts.h>
 #include <ZRVKit/ZRVJSON.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
+#include "foundation/NumericValue.h"
+#include "info/Answers.h"
+
 namespace {
 
 // The status document is tiny; a larger answer is not one.
 constexpr std::size_t kMaxStatusDocumentSize = 1 << 20;
-
-// A member's truth reading: booleans as they are, numbers when not zero, strings like "true" or "1".
-bool truthValue(const ZRVJSON& value) {
-  if (value.is_boolean()) return value.get<bool>();
-  if (value.is_number()) return value.get<double>() != 0;
-  if (value.is_string()) {
-    const auto& text = value.get_ref<const std::string&>();
-    return text == "true" || text == "TRUE" || text == "yes" || text == "YES" || text == "Y" || text == "y" ||
-           (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos &&
-            text.find_first_not_of('0') != std::string::npos);
-  }
-  return false;
-}
 
 ZRVError parseError(const std::string& what) {
   return ZRVError("ZRVJSONErrorDomain", 3840,
@@ -29,6 +20,32 @@ ZRVError parseError(const std::string& what) {
 }
 
 }  // namespace
+
+namespace zrv::info {
+
+void handleStatusAnswer(ZRVHTTPResult result, const ZRVServerStatus::Callback& callback) {
+  if (!callback) return;
+  // Whatever cannot be read counts as online: never keep players out by mistake.
+  if (!result.response || result.response->statusCode != 200 || !result.body) {
+    callback(true, std::move(result.error));
+    return;
+  }
+  zrv::JSONReading reading = zrv::readBoundedJSON(result.body->data(), result.body->size());
+  if (!reading.document) {
+    callback(true, parseError(reading.error));
+    return;
+  }
+  const ZRVJSON& document = *reading.document;
+  if (!document.is_object()) {
+    callback(true, parseError("the status document is not a JSON object"));
+    return;
+  }
+  auto member = document.find("online");
+  bool online = member != document.end() && zrv::boolValue(*member);
+  callback(online, std::move(result.error));
+}
+
+}  // namespace zrv::info
 
 ZRVServerStatus& ZRVServerStatus::currentStatus() {
   static auto* status = new ZRVServerStatus();
@@ -41,26 +58,6 @@ void ZRVServerStatus::getServerStatus(Callback callback) {
   ZRVHTTPRequest request = ZRVHTTPRequest::GET(*url);
   request.maxBodySize = kMaxStatusDocumentSize;
   ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
-      std::move(request), ZRVOperationQueue::workQueue(), [callback = std::move(callback)](ZRVHTTPResult result) {
-        if (!callback) return;
-        // Whatever cannot be read counts as online: never keep players out by mistake.
-        if (!result.response || result.response->statusCode != 200 || !result.body) {
-          callback(true, std::move(result.error));
-          return;
-        }
-        ZRVJSON document;
-        try {
-          document = ZRVJSON::parse(result.body->begin(), result.body->end());
-        } catch (const ZRVJSON::parse_error& error) {
-          callback(true, parseError(error.what()));
-          return;
-        }
-        if (!document.is_object()) {
-          callback(true, parseError("the status document is not a JSON object"));
-          return;
-        }
-        auto member = document.find("online");
-        bool online = member != document.end() && truthValue(*member);
-        callback(online, std::move(result.error));
-      });
+      std::move(request), ZRVOperationQueue::workQueue(),
+      [callback = std::move(callback)](ZRVHTTPResult result) { zrv::info::handleStatusAnswer(std::move(result), callback); });
 }

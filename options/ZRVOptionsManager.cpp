@@ -6,6 +6,7 @@
 #include <ZRVKit/ZRVLog.h>
 
 #include "foundation/AtomicFile.h"
+#include <ZRVKit/ZRVBoundedJSON.h>
 #include "foundation/LockedProperty.h"
 #include "foundation/NumericValue.h"
 
@@ -106,14 +107,10 @@ ZRVJSON ZRVOptionsManager::initialSettings() const {
   fs::path file = settingsFileURL();
   auto contents = readWholeFile(file);
   if (!contents) return ZRVJSON::object();
-  try {
-    ZRVJSON settings = ZRVJSON::parse(*contents);
-    if (settings.is_object()) return settings;
-    ZRVLog::format("-[%@ %@]+%d: error %@ reading %@.", kClassName, "initialSettings", __LINE__,
-                   "the settings are not a JSON object", file);
-  } catch (const ZRVJSON::exception& error) {
-    ZRVLog::format("-[%@ %@]+%d: error %@ reading %@.", kClassName, "initialSettings", __LINE__, error.what(), file);
-  }
+  zrv::JSONReading reading = zrv::readBoundedJSON(*contents);
+  if (reading.document && reading.document->is_object()) return std::move(*reading.document);
+  std::string why = reading.document ? "the settings are not a JSON object" : reading.error;
+  ZRVLog::format("-[%@ %@]+%d: error %@ reading %@.", kClassName, "initialSettings", __LINE__, why, file);
   return ZRVJSON::object();
 }
 
@@ -121,13 +118,12 @@ void ZRVOptionsManager::loadSettings() {
   fs::path file = settingsFileURL();
   auto contents = readWholeFile(file);
   if (!contents) return;
-  ZRVJSON settings;
-  try {
-    settings = ZRVJSON::parse(*contents);
-  } catch (const ZRVJSON::exception& error) {
+  zrv::JSONReading reading = zrv::readBoundedJSON(*contents);
+  if (!reading.document) {
     // A damaged file reads as all options off.
-    ZRVLog::format("-[%@ %@]+%d: error %@ parsing %@.", kClassName, "loadSettings", __LINE__, error.what(), file);
+    ZRVLog::format("-[%@ %@]+%d: error %@ parsing %@.", kClassName, "loadSettings", __LINE__, reading.error, file);
   }
+  const ZRVJSON settings = reading.document.value_or(ZRVJSON());
   auto member = [&](const char* section, const char* name) -> ZRVJSON {
     if (!settings.is_object()) return nullptr;
     auto found = settings.find(section);

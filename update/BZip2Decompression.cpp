@@ -1,6 +1,7 @@
 // Decompressing a bzip2 stream straight into a file, for downloaded patches and whole game files.
 
 #include "BZip2BlockPipeline.h"
+#include "BZip2Decompression.h"
 
 #include <ZRVKit/ZRVExtensions.h>
 
@@ -23,11 +24,11 @@ void report(std::optional<ZRVError>* error, long code) {
   if (error) *error = ZRVError(std::string(kBZip2Domain), code);
 }
 
-enum class ParallelOutcome { decoded, writeFailed, gaveUp };
+enum class ParallelOutcome { decoded, writeFailed, tooLarge, gaveUp };
 
 /// Writes the blocks the pipeline decodes, in order, until the stream ends or the pipeline gives up;
 /// `written` counts the bytes handed to the file.
-ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t& written) try {
+ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t maxBytes, std::uint64_t& written) try {
   BZip2BlockPipeline pipeline(data.data(), data.size());
   std::vector<BZip2BlockPipeline::Chunk> chunks;
   for (;;) {
@@ -38,6 +39,7 @@ ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t&
         return ParallelOutcome::gaveUp;
       case BZip2BlockPipeline::Next::block:
         for (const BZip2BlockPipeline::Chunk& chunk : chunks) {
+          if (chunk.length > maxBytes - written) return ParallelOutcome::tooLarge;
           if (std::fwrite(chunk.bytes.get(), 1, chunk.length, file) == static_cast<std::size_t>(-1)) {
             return ParallelOutcome::writeFailed;
           }
@@ -50,38 +52,25 @@ ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t&
   return ParallelOutcome::gaveUp;  // the sequential decoder needs far less memory
 }
 
-}  // namespace
-
-namespace ZRVExtensions {
-
-bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesystem::path& destination,
-                                        std::optional<ZRVError>* error) {
-  if (error) *error = std::nullopt;
-
-  bz_stream stream{};
-  if (int result = BZ2_bzDecompressInit(&stream, 0, 0); result != BZ_OK) {
-    report(error, result);
-    return false;
-  }
-  std::FILE* file = std::fopen(destination.c_str(), "w");
-  if (!file) {
-    int openError = errno;
-    BZ2_bzDecompressEnd(&stream);
-    report(error, openError);
-    return false;
-  }
-
+/// Decompresses `data` into `file` (closed on every path, like the stream) with at most `maxBytes` of output.
+bool decompressInto(bz_stream& stream, std::FILE* file, const ZRVData& data, std::uint64_t maxBytes,
+                    std::optional<ZRVError>* error) {
   // Large streams are decoded block by block in parallel. Should that give up (damage, or a block magic that
   // turned up inside compressed data), the sequential decoder below takes over from the start; it defines the
   // result. It decodes the blocks already written identically and writes only what comes after them, and
   // where it stops short of them (it drops the bytes of the pass that meets damage) the file is cut back.
   std::uint64_t parallelWritten = 0;
   if (BZip2BlockPipeline::worthwhile(data.size())) {
-    switch (writeBlocks(data, file, parallelWritten)) {
+    switch (writeBlocks(data, file, maxBytes, parallelWritten)) {
       case ParallelOutcome::decoded:
         std::fclose(file);
         BZ2_bzDecompressEnd(&stream);
         return true;
+      case ParallelOutcome::tooLarge:
+        std::fclose(file);
+        BZ2_bzDecompressEnd(&stream);
+        report(error, EFBIG);
+        return false;
       case ParallelOutcome::writeFailed: {
         int writeError = errno;
         std::fclose(file);
@@ -130,6 +119,12 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
     const std::size_t alreadyWritten =
         position < parallelWritten ? static_cast<std::size_t>(std::min<std::uint64_t>(parallelWritten - position, produced)) : 0;
     position += produced;
+    if (position > maxBytes) {  // a file no game has: a bomb, and no reason to fill the disk with it
+      std::fclose(file);
+      BZ2_bzDecompressEnd(&stream);
+      report(error, EFBIG);
+      return false;
+    }
     if (std::fwrite(chunk + alreadyWritten, 1, produced - alreadyWritten, file) == static_cast<std::size_t>(-1)) {
       int writeError = errno;
       std::fclose(file);
@@ -145,4 +140,50 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
   }
 }
 
+}  // namespace
+
+namespace ZRVExtensions {
+
+bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesystem::path& destination,
+                                        std::optional<ZRVError>* error) {
+  if (error) *error = std::nullopt;
+
+  bz_stream stream{};
+  if (int result = BZ2_bzDecompressInit(&stream, 0, 0); result != BZ_OK) {
+    report(error, result);
+    return false;
+  }
+  std::FILE* file = std::fopen(destination.c_str(), "w");
+  if (!file) {
+    int openError = errno;
+    BZ2_bzDecompressEnd(&stream);
+    report(error, openError);
+    return false;
+  }
+  return decompressInto(stream, file, data, zrv::update::kMaxDecompressedFileSize, error);
+}
+
 }  // namespace ZRVExtensions
+
+namespace zrv::update {
+
+bool decompressBZIP2ToDescriptor(const ZRVData& data, int fd, std::uint64_t maxBytes, std::optional<ZRVError>* error) {
+  if (error) *error = std::nullopt;
+  bz_stream stream{};
+  if (int result = BZ2_bzDecompressInit(&stream, 0, 0); result != BZ_OK) {
+    report(error, result);
+    return false;
+  }
+  int own = ::dup(fd);
+  std::FILE* file = own < 0 ? nullptr : ::fdopen(own, "w");
+  if (!file) {
+    int openError = errno;
+    if (own >= 0) ::close(own);
+    BZ2_bzDecompressEnd(&stream);
+    report(error, openError);
+    return false;
+  }
+  return decompressInto(stream, file, data, maxBytes, error);
+}
+
+}  // namespace zrv::update

@@ -1,10 +1,6 @@
 #include "update/InstallPath.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -14,11 +10,14 @@ namespace zrv::update {
 
 bool isContainedName(std::string_view name) {
   if (name.empty() || name.front() == '/' || name.find('\0') != std::string_view::npos) return false;
+  // "." names the folder it stands in: "." or "./" would make the install folder itself a game file.
   for (const auto& part : fs::path(std::string(name))) {
-    if (part == "..") return false;
+    if (part == ".." || part == ".") return false;
   }
   return true;
 }
+
+bool namesAFile(std::string_view name) { return isContainedName(name) && name.back() != '/'; }
 
 bool resolvesInside(const fs::path& base, const fs::path& location) {
   std::error_code error;
@@ -29,13 +28,6 @@ bool resolvesInside(const fs::path& base, const fs::path& location) {
   auto [end, unused] = std::mismatch(resolvedBase.begin(), resolvedBase.end(), resolved.begin(), resolved.end());
   (void)unused;
   return end == resolvedBase.end();
-}
-
-fs::path siblingTemporaryPath(const fs::path& destination) {
-  static std::atomic<unsigned> counter{0};
-  return destination.parent_path() /
-         ("." + destination.filename().string() + "." + std::to_string(getpid()) + "." +
-          std::to_string(counter.fetch_add(1)) + ".partial");
 }
 
 bool readWholeFile(const fs::path& file, ZRVData& contents) {

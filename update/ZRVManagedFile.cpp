@@ -8,9 +8,14 @@
 #include <ZRVKit/ZRVOperationQueue.h>
 #include <ZRVKit/bsdiff.h>
 
-#include "foundation/AtomicFile.h"
 #include "foundation/LockedProperty.h"
+#include "update/BZip2Decompression.h"
+#include "update/InstallFolder.h"
 #include "update/InstallPath.h"
+#include "update/PatchApplication.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <deque>
 
@@ -28,11 +33,11 @@ std::optional<std::string> stringMember(const ZRVJSON& record, const char* key) 
   return found->get<std::string>();
 }
 
-// Removes the temporary patch file; "no such file" is not worth a line.
-void removeTemporaryPatch(const fs::path& file, int lineWithUnderlying, int lineWithout) {
-  std::error_code error;
-  if (fs::remove(file, error)) return;
-  ZRVError failure = ZRVError::file(error ? error : std::make_error_code(std::errc::no_such_file_or_directory), file);
+// Removes the temporary patch file from its folder; "no such file" is not worth a line.
+void removeTemporaryPatch(int folder, const std::string& name, const fs::path& file, int lineWithUnderlying,
+                          int lineWithout) {
+  if (::unlinkat(folder, name.c_str(), 0) == 0) return;
+  ZRVError failure = ZRVError::file(errno, file);
   if (failure.hasUnderlyingPOSIX(ENOENT)) return;
   ZRVLog::methodError(kClassName, "applyPatch:mirrors:error:", failure.underlyingError() ? lineWithUnderlying : lineWithout,
                       failure.localizedDescription());
@@ -204,39 +209,54 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
       lastError = ZRVError::library("ManagedFile", 4, text("MANAGED_FILE_INVALID_COMPRESSED_HASH"));
     }
 
+    // The temporary folder beside the file and everything in it are reached from the install folder one
+    // name at a time, never through a link: a link planted at ".tmp" (or at the patch file) is refused.
+    const fs::path fileFolder = fs::path(name()).parent_path();
     fs::path temporaryFolder = file.parent_path() / ".tmp";
-    std::error_code folderError;
-    if (!fs::exists(temporaryFolder, folderError)) {
-      fs::create_directories(temporaryFolder, folderError);
-      if (folderError) {
-        ZRVError failure = ZRVError::file(folderError, temporaryFolder);
-        ZRVLog::methodError(kClassName, "applyPatch:mirrors:error:", 149, failure.localizedDescription());
-        lastError = failure;
-      }
+    std::optional<ZRVError> folderError;
+    auto folder = zrv::update::openInstallFolder(installBase(), fileFolder / ".tmp", true, &folderError);
+    if (!folder) {
+      ZRVLog::methodError(kClassName, "applyPatch:mirrors:error:", 149, folderError->localizedDescription());
+      lastError = folderError;
     }
-    fs::path temporaryPatch = temporaryFolder / (name() + ".bz2");
+    // The patch file keeps the file's whole name below the temporary folder; a sub-folder there is not made.
+    const fs::path patchName = fs::path(name() + ".bz2");
+    fs::path temporaryPatch = temporaryFolder / patchName;
+    std::optional<zrv::update::Descriptor> patchFolder;
+    if (folder) patchFolder = zrv::update::openFolderBelow(folder->get(), patchName.parent_path(), false, temporaryFolder);
+    const std::string patchFile = patchName.filename().string();
+    std::optional<zrv::update::Descriptor> patchDescriptor;
+    if (patchFolder) patchDescriptor = zrv::update::createFileIn(patchFolder->get(), patchFile, true, temporaryPatch);
     ZRVData oldData;
     readWholeFile(file, oldData);
-    if (!downloaded || !ZRVExtensions::decompressBZIP2CompressedDataToURL(*downloaded, temporaryPatch)) continue;
-    // The patch is read whole to be applied: one that unpacked to more than any download may hold came from
-    // a broken or hostile mirror and counts as a failed decompression.
-    std::error_code sizeError;
-    if (auto size = fs::file_size(temporaryPatch, sizeError); !sizeError && size > kMaxDownloadSize) {
-      removeTemporaryPatch(temporaryPatch, 168, 166);
+    // A patch that unpacks to more than any download may hold came from a broken or hostile mirror and counts
+    // as a failed decompression.
+    if (!downloaded || !patchDescriptor ||
+        !zrv::update::decompressBZIP2ToDescriptor(*downloaded, patchDescriptor->get(), kMaxDownloadSize, nullptr)) {
+      if (patchDescriptor) removeTemporaryPatch(patchFolder->get(), patchFile, temporaryPatch, 168, 166);
       continue;
     }
 
     ZRVLog::write("Decompressing Patch");
-    ZRVData patchData;
-    readWholeFile(temporaryPatch, patchData);
-    ZRVData newData = bsdiff::dataWithData(oldData, patchData);  // a corrupt patch throws out of here
-    if (zrv::writeFileAtomically(file, newData.data(), newData.size())) {
+    // The patch is used from the file, mapped, not copied into memory: however far it decompressed, only the
+    // parts the patch steps actually read are touched.
+    ZRVData newData;
+    {
+      auto mapped = zrv::update::MappedFile::map(patchDescriptor->get());
+      patchDescriptor.reset();
+      // A corrupt patch throws out of here; an unreadable one reads as empty, which is corrupt too.
+      newData = mapped ? zrv::update::patchFromBytes(oldData, mapped->data(), mapped->size())
+                       : bsdiff::dataWithData(oldData, ZRVData());
+    }
+    auto fileFolderDescriptor = zrv::update::openInstallFolder(installBase(), fileFolder, false);
+    if (fileFolderDescriptor && zrv::update::writeFileAtomicallyIn(fileFolderDescriptor->get(), file.filename().string(),
+                                                                   newData.data(), newData.size())) {
       ZRVLog::write("Patched");
-      removeTemporaryPatch(temporaryPatch, 168, 166);
+      removeTemporaryPatch(patchFolder->get(), patchFile, temporaryPatch, 168, 166);
       return true;
     }
     ZRVLog::write("Failed Patching");
-    removeTemporaryPatch(temporaryPatch, 181, 179);
+    removeTemporaryPatch(patchFolder->get(), patchFile, temporaryPatch, 181, 179);
   }
   if (error) *error = lastError;
   return false;
@@ -323,20 +343,25 @@ void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion comp
           return;
         }
         // Decompressed beside the file and renamed over it: a link at the file's place is replaced, never
-        // written through, and a reader never sees half a file.
+        // written through, and a reader never sees half a file. The file's folder is reached from the install
+        // folder without following links, and the temporary file is made new, so no link can redirect it.
         fs::path file = self->location();
-        fs::path temporary = zrv::update::siblingTemporaryPath(file);
+        std::string fileName = file.filename().string();
+        std::string temporary;
         std::optional<ZRVError> error;
-        if (!ZRVExtensions::decompressBZIP2CompressedDataToURL(*result.body, temporary, &error)) {
-          std::error_code ignored;
-          fs::remove(temporary, ignored);
+        auto folder = zrv::update::openInstallFolder(self->installBase(), fs::path(self->name()).parent_path(), false, &error);
+        std::optional<zrv::update::Descriptor> output;
+        if (folder) output = zrv::update::createTemporaryFileIn(folder->get(), fileName, temporary, file.parent_path(), &error);
+        if (!output || !zrv::update::decompressBZIP2ToDescriptor(*result.body, output->get(),
+                                                                 zrv::update::kMaxDecompressedFileSize, &error)) {
+          if (output) ::unlinkat(folder->get(), temporary.c_str(), 0);
           if (failure) failure(error ? *error : ZRVError::posix(EIO));
           return;
         }
-        if (!zrv::replaceFile(temporary, file)) {
+        output.reset();
+        if (!zrv::update::replaceIn(folder->get(), temporary, fileName)) {
           ZRVError renameFailure = ZRVError::file(errno, file);
-          std::error_code ignored;
-          fs::remove(temporary, ignored);
+          ::unlinkat(folder->get(), temporary.c_str(), 0);
           if (failure) failure(renameFailure);
           return;
         }

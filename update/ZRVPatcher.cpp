@@ -7,16 +7,22 @@
 #include <ZRVKit/ZRVHTTPClient.h>
 #include <ZRVKit/ZRVHosts.h>
 #include <ZRVKit/ZRVLog.h>
+#include <ZRVKit/ZRVMainQueue.h>
 #include <ZRVKit/ZRVManagedFile.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
 #include "foundation/AtomicFile.h"
+#include <ZRVKit/ZRVBoundedJSON.h>
 #include "foundation/LockedProperty.h"
 #include "update/FileGate.h"
+#include "update/InstallCleanup.h"
+#include "update/InstallFolder.h"
 #include "update/InstallPath.h"
 #include "update/MirrorList.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
@@ -124,7 +130,19 @@ ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::CompletionHandler, completionHandler
 ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::FailureHandler, failureHandler, setFailureHandler, failureHandler_)
 ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::ZipCompletionHandler, zipCompletionHandler, setZipCompletionHandler, zipCompletionHandler_)
 ZRV_LOCKED_PROPERTY(ZRVPatcher, fs::path, location, setLocation, location_)
-ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVJSON, manifest, setManifest, manifest_)
+
+ZRVJSON ZRVPatcher::manifest() const { return *sharedManifest(); }
+
+void ZRVPatcher::setManifest(ZRVJSON manifest) {
+  auto replacement = std::make_shared<const ZRVJSON>(std::move(manifest));
+  std::lock_guard lock(mutex_);
+  replacement.swap(manifest_);  // the old one goes when the last run that reads it lets go
+}
+
+std::shared_ptr<const ZRVJSON> ZRVPatcher::sharedManifest() const {
+  std::lock_guard lock(mutex_);
+  return manifest_;
+}
 ZRV_LOCKED_PROPERTY(ZRVPatcher, std::vector<ZRVURL>, mirrorURLs, setMirrorURLs, mirrorURLs_)
 ZRV_LOCKED_PROPERTY(ZRVPatcher, std::optional<ZRVError>, error, setError, error_)
 
@@ -150,6 +168,8 @@ void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, Up
   setCompletionHandler(std::move(completion));
   setFailureHandler(std::move(failure));
   setBaseProgress(kBaseProgress);
+  // An earlier run that was killed may have left its temporary files; they go before this run makes its own.
+  zrv::update::clearLeftovers(*location);
 
   std::error_code error;
   if (fs::exists(*location / "Frameworks" / "Cg.framework", error)) {
@@ -164,29 +184,56 @@ void ZRVPatcher::_downloadRequiredFramework() {
   std::string status = localized("DOWNLOADING_REQUIRED_FRAMEWORKS");
   if (auto handler = updateHandler()) handler(status, progress());
 
+  // "Frameworks" is opened without following a link. The archive is fetched into a temporary folder inside it
+  // and unpacked there; the framework is renamed into its place only when whole, so that "the framework
+  // exists" always means "it is complete", even after a run killed half-way.
   fs::path frameworks = location() / "Frameworks";
-  std::error_code error;
-  fs::create_directories(frameworks, error);
-  if (error) {
-    ZRV_LOG_METHOD_ERROR(kClassName, "checkForGameUpdates:update:completion:failure:",
-                         ZRVError::file(error, frameworks).localizedDescription());
+  std::optional<ZRVError> folderError;
+  auto folder = zrv::update::openInstallFolder(location(), "Frameworks", true, &folderError);
+  std::string stagingName;
+  if (folder && !zrv::update::createTemporaryFolderIn(folder->get(), "Cg.framework", stagingName, frameworks, &folderError)) {
+    folder.reset();
   }
+  if (!folder) {
+    ZRV_LOG_METHOD_ERROR(kClassName, "checkForGameUpdates:update:completion:failure:", folderError->localizedDescription());
+    // Nowhere safe to put the archive: the unpacking cannot succeed.
+    if (auto handler = failureHandler()) handler(ZRVError::library("unzipper", 2, localized("FAILED_UNARCHIVING_REQUIRED_FRAMEWORKS")));
+    log("Failed unarchiving the aditional frameworks.");
+    return;
+  }
+  auto frameworksFolder = std::make_shared<zrv::update::Descriptor>(std::move(*folder));
+  fs::path staging = frameworks / stagingName;
 
   fs::path framework = frameworks / "Cg.framework";
   auto reportProgress = [this, status](double value) {
     ZRVLog::format("%f", value);
     if (auto handler = updateHandler()) handler(status, value);
   };
-  downloadFile(endpoint("cg-framework"), framework, reportProgress, [this, framework, status](bool downloaded) {
+  auto discardStaging = [frameworksFolder, stagingName] {
+    // After the unzipper's own clean-up of the archive, which follows this notification on the main queue.
+    ZRVOperationQueue::mainQueue().addOperationWithBlock(
+        [frameworksFolder, stagingName] { zrv::update::removeTreeIn(frameworksFolder->get(), stagingName); });
+  };
+  downloadFile(endpoint("cg-framework"), staging / "Cg.framework", reportProgress,
+               [this, staging, framework, frameworksFolder, stagingName, discardStaging, status](bool downloaded) {
     ZRVLog::write("Completion");
     if (!downloaded) {
+      zrv::update::removeTreeIn(frameworksFolder->get(), stagingName);
       if (auto handler = failureHandler()) handler(ZRVError::library("downloader", 3, localized("FAILED_DOWNLOADING_REQUIRED_FRAMEWORKS")));
       log("Failed downloading the aditional frameworks.");
       return;
     }
-    fs::path archive = framework;
-    archive += ".zip";
-    unzipFile(archive, framework, [this, status](bool unpacked) {
+    fs::path archive = staging / "Cg.framework.zip";
+    unzipFile(archive, framework, [this, frameworksFolder, stagingName, discardStaging, status](bool unpacked) {
+      if (unpacked) {
+        std::string unpackedFramework = stagingName + "/Cg.framework";
+        if (::renameat(frameworksFolder->get(), unpackedFramework.c_str(), frameworksFolder->get(), "Cg.framework") != 0) {
+          // The archive held no framework, or another run put one in place first: nothing whole to move.
+          ZRV_LOG_METHOD_ERROR(kClassName, "unzipFile:toLocation:completion:",
+                               ZRVError::file(errno, location() / "Frameworks" / "Cg.framework").localizedDescription());
+        }
+      }
+      discardStaging();
       if (!unpacked) {
         if (auto handler = failureHandler()) handler(ZRVError::library("unzipper", 2, localized("FAILED_UNARCHIVING_REQUIRED_FRAMEWORKS")));
         log("Failed unarchiving the aditional frameworks.");
@@ -242,9 +289,10 @@ void ZRVPatcher::_downloadManifestCompleted(std::function<void(std::optional<ZRV
 }
 
 void ZRVPatcher::_patchGameFilesIfNecessary() {
-  const ZRVJSON manifest = this->manifest();
+  const std::shared_ptr<const ZRVJSON> manifestHeld = sharedManifest();
+  const ZRVJSON& manifest = *manifestHeld;
   const fs::path installBase = location();
-  std::vector<std::shared_ptr<ZRVManagedFile>> files;
+  std::vector<std::pair<std::shared_ptr<ZRVManagedFile>, const ZRVJSON*>> files;  // with its manifest entry
   for (const auto& [name, entry] : manifest.items()) {
     if (!entry.is_object() || !listsPlatform(entry, platform_)) continue;
     setProgress(progress() + baseProgress());  // counted while the list is built, before any file is worked on
@@ -252,12 +300,12 @@ void ZRVPatcher::_patchGameFilesIfNecessary() {
     auto compHash = textMember(entry, "compHash");
     auto download = textMember(entry, "dl");
     if (!hash || !compHash || !download) continue;
-    if (!zrv::update::isContainedName(name) || !zrv::update::resolvesInside(installBase, installBase / name)) {
+    if (!zrv::update::namesAFile(name) || !zrv::update::resolvesInside(installBase, installBase / name)) {
       ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
       continue;
     }
     if (auto file = ZRVManagedFile::initWithFilename(name, installBase, *hash, *compHash, *download)) {
-      files.push_back(std::move(file));
+      files.emplace_back(std::move(file), &entry);
     }
   }
 
@@ -297,13 +345,14 @@ void ZRVPatcher::_patchGameFilesIfNecessary() {
   auto gate = std::make_shared<zrv::update::FileGate>(kFilesInFlight, kBytesInFlight);
   auto final = ZRVOperation::operationWithBlock([this] { _patchingComplete(); });
   std::vector<std::pair<std::shared_ptr<ZRVOperation>, std::uintmax_t>> items;
-  for (const auto& file : files) {
-    const ZRVJSON& entry = manifest.at(file->name());
-    if (!entry.contains("patches")) continue;  // never updated, never reported: its item would end at once
+  for (const auto& [file, entry] : files) {
+    if (!entry->contains("patches")) continue;  // never updated, never reported: its item would end at once
     const std::uintmax_t bytes = bytesHeldWhileUpdating(*file);
+    // The item reads its entry's patches in the shared manifest, which it keeps alive; nothing is copied.
+    const ZRVJSON* patches = &entry->at("patches");
     auto item = ZRVOperation::asynchronousOperationWithBlock(
-        [updateFile, file, patches = entry.at("patches"), gate, bytes](std::function<void()> finish) {
-          updateFile(file, patches, [gate, finish, bytes, ended = std::make_shared<std::once_flag>()](bool reported) {
+        [updateFile, file, manifestHeld, patches, gate, bytes](std::function<void()> finish) {
+          updateFile(file, *patches, [gate, finish, bytes, ended = std::make_shared<std::once_flag>()](bool reported) {
             std::call_once(*ended, [&] {
               gate->leave(bytes);
               if (reported) finish();
@@ -339,11 +388,13 @@ void ZRVPatcher::_patchingComplete() {
 
   fs::path temporary = installBase / ".tmp";
   std::error_code error;
-  fs::remove_all(temporary, error);
+  fs::remove_all(temporary, error);  // a link there is removed itself, never followed
   if (error) {
     ZRVError failure = ZRVError::file(error, temporary);
     if (!failure.hasUnderlyingPOSIX(ENOENT)) ZRV_LOG_METHOD_ERROR(kClassName, "_patchingComplete", failure.localizedDescription());
   }
+  // The patch step's temporary folders beside files in sub-folders go too: nothing of the run stays behind.
+  zrv::update::clearLeftovers(installBase);
 
   if (updateSuccessful()) {
     if (auto handler = completionHandler()) handler("Everything is up to date");
@@ -367,12 +418,16 @@ void ZRVPatcher::readJSON(const ZRVURL& url, ReadJSONCompletion completion) {
           return;
         }
         // Like the platform's reader: the top level must be an object or an array.
-        ZRVJSON parsed = ZRVJSON::parse(result.body->begin(), result.body->end(), nullptr, false);
-        if (parsed.is_discarded() || !(parsed.is_object() || parsed.is_array())) {
+        zrv::JSONReading reading = zrv::readBoundedJSON(result.body->data(), result.body->size(), {kMaxDocumentSize});
+        if (!reading.document) {
+          completion(false, std::nullopt, std::move(result.response), parseError(reading.error));
+          return;
+        }
+        if (!(reading.document->is_object() || reading.document->is_array())) {
           completion(false, std::nullopt, std::move(result.response), parseError("the document is not a JSON object or array"));
           return;
         }
-        completion(true, std::move(parsed), std::move(result.response), std::move(result.error));
+        completion(true, std::move(reading.document), std::move(result.response), std::move(result.error));
       });
 }
 

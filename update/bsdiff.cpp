@@ -1,5 +1,6 @@
 #include <ZRVKit/bsdiff.h>
 
+#include "PatchApplication.h"
 #include "PatchStream.h"
 
 #include <ZRVKit/ZRVException.h>
@@ -144,7 +145,17 @@ std::int64_t offtin(const std::uint8_t* bytes) {
 }
 
 ZRVData patch(const ZRVData& old, const ZRVData& patchBytes) {
-  const ZRVData header = ZRVExtensions::subdata(patchBytes, 0, kHeaderLength);
+  return zrv::update::patchFromBytes(old, patchBytes.data(), patchBytes.size());
+}
+
+}  // namespace bsdiff
+
+namespace zrv::update {
+
+ZRVData patchFromBytes(const ZRVData& old, const std::uint8_t* patchData, std::size_t size) {
+  using bsdiff::offtin;
+  const ZRVData header =
+      ZRVExtensions::subdata(ZRVData(patchData, patchData + std::min(size, kHeaderLength)), 0, kHeaderLength);
   bool compressed;
   if (std::memcmp(header.data(), "BSDIFF40", 8) == 0) {
     compressed = true;
@@ -161,8 +172,7 @@ ZRVData patch(const ZRVData& old, const ZRVData& patchBytes) {
   // Every stream runs from its start to the end of the patch; the stored lengths only say where the next one
   // starts. For raw streams the control stream therefore also holds the diff and extra bytes behind it, which
   // is harmless because each stream is read from its own beginning.
-  const std::size_t size = patchBytes.size();
-  auto streamAt = [&](std::uint64_t start) { return PatchStream(patchBytes.data() + start, size - start, compressed); };
+  auto streamAt = [&](std::uint64_t start) { return PatchStream(patchData + start, size - start, compressed); };
 
   // The streams are decoded on demand, but a patch must fail the same way as if all three had been decoded in
   // full before the first triple: a damaged stream is a bzip2 failure even where the output never needs it,
@@ -199,6 +209,10 @@ ZRVData patch(const ZRVData& old, const ZRVData& patchBytes) {
   if (applyFailure) std::rethrow_exception(applyFailure);
   return result;
 }
+
+}  // namespace zrv::update
+
+namespace bsdiff {
 
 ZRVData dataWithData(const ZRVData& old, const ZRVData& patchBytes) { return patch(old, patchBytes); }
 

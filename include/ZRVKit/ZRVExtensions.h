@@ -34,7 +34,8 @@ ZRVKIT_EXPORT bool containsString(std::string_view haystack, std::string_view ne
 ZRVKIT_EXPORT ZRVData subdata(const ZRVData& data, std::size_t offset, std::size_t length);
 
 /// Decompresses a bzip2 stream into `destination`. See the implementation for the deliberate treatment of
-/// damaged input (it counts as success; the callers' digests catch it).
+/// damaged input (it counts as success; the callers' digests catch it). Output beyond 8 GiB, which no game
+/// file comes near, fails like a write failure: false, domain "BZip2", code EFBIG.
 ZRVKIT_EXPORT bool decompressBZIP2CompressedDataToURL(const ZRVData& data,
                                                       const std::filesystem::path& destination,
                                                       std::optional<ZRVError>* error = nullptr);

@@ -19,6 +19,7 @@
 #include <ZRVKit/ZRVHosts.h>
 #include <ZRVKit/ZRVInvasionManager.h>
 #include <ZRVKit/ZRVInvasionTracker.h>
+#include <ZRVKit/ZRVBoundedJSON.h>
 #include <ZRVKit/ZRVJSON.h>
 #include <ZRVKit/ZRVKitVersion.h>
 #include <ZRVKit/ZRVLog.h>

@@ -92,8 +92,11 @@ class ZRVKIT_EXPORT ZRVPatcher {
   void setZipCompletionHandler(ZipCompletionHandler handler);
   std::filesystem::path location() const;
   void setLocation(std::filesystem::path location);
+  /// A copy of the manifest, for callers outside the run; the run itself reads the shared one.
   ZRVJSON manifest() const;
   void setManifest(ZRVJSON manifest);
+  /// The manifest as read once per run, shared read-only: no copy, however large the document.
+  std::shared_ptr<const ZRVJSON> sharedManifest() const;
   std::vector<ZRVURL> mirrorURLs() const;
   void setMirrorURLs(std::vector<ZRVURL> mirrors);
   std::optional<ZRVError> error() const;
@@ -128,7 +131,7 @@ class ZRVKIT_EXPORT ZRVPatcher {
   FailureHandler failureHandler_;
   ZipCompletionHandler zipCompletionHandler_;
   std::filesystem::path location_;
-  ZRVJSON manifest_ = ZRVJSON::object();
+  std::shared_ptr<const ZRVJSON> manifest_ = std::make_shared<const ZRVJSON>(ZRVJSON::object());
   std::vector<ZRVURL> mirrorURLs_;
   std::optional<ZRVError> error_;
   std::atomic<bool> updateSuccessful_{true};

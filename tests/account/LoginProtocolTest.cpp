@@ -4,6 +4,7 @@
 
 #include "support/LogCapture.h"
 #include "support/LoopbackServer.h"
+#include "support/NestedJSON.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -246,3 +247,16 @@ TEST_F(LoginProtocol, SuccessKeepsAndSavesTheCookieUnderTheUserName) {
 }
 
 }  // namespace
+
+TEST_F(LoginProtocol, DeeplyNestedAnswersAreAnswersWithoutSuccess) {
+  for (const auto& document : nestedDocuments(1 << 20, R"({"success": "true", "cookie": )", "}")) {
+    LoopbackServer scripted;
+    ZRVHosts::setRedirect(scripted.baseAddress());
+    scripted.on("POST", kLogin, answer(document.text, 401));
+    reports.clear();
+    login("bob", "pw");
+    ASSERT_TRUE(waitForReports(1)) << document.name;
+    EXPECT_EQ(reports[0].status, 4) << document.name;
+    EXPECT_EQ(reports[0].info, (ZRVJSON{{"error", "Everyting, just ripped."}})) << document.name;
+  }
+}

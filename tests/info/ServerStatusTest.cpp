@@ -3,6 +3,7 @@
 #include <ZRVKit/ZRVServerStatus.h>
 
 #include "support/LoopbackServer.h"
+#include "support/NestedJSON.h"
 
 #include <gtest/gtest.h>
 
@@ -65,4 +66,36 @@ TEST(ServerStatus, NoServerAtAllIsOnlineWithTheTransportError) {
   EXPECT_TRUE(outcome.online);
   ASSERT_TRUE(outcome.error);
   EXPECT_EQ(outcome.error->domain(), ZRVError::kHTTPDomain);
+}
+
+TEST(ServerStatus, TextsAreReadTrueAsThePlatformReadsThem) {
+  struct Case {
+    const char* online;
+    bool expected;
+  } cases[] = {
+      {R"("True")", true}, {R"("true")", true}, {R"("yes")", true},  {R"("  +007")", true}, {R"("-1")", true},
+      {R"("t")", true},    {R"("0")", false},   {R"("no")", false},  {R"("False")", false}, {R"("")", false},
+      {R"(" 00")", false}, {"0.5", true},       {"null", false},     {"[1]", false},
+  };
+  for (const auto& c : cases) {
+    LoopbackServer server;
+    server.on("GET", "/api/status", ScriptedResponse::json(std::string(R"({"online": )") + c.online + "}"));
+    ZRVHosts::setRedirect(server.baseAddress());
+    Outcome outcome = askStatus();
+    EXPECT_EQ(outcome.online, c.expected) << c.online;
+    EXPECT_FALSE(outcome.error) << c.online;
+  }
+  ZRVHosts::setRedirect(std::nullopt);
+}
+
+TEST(ServerStatus, DeeplyNestedAnswersAreUnreadableAndSoOnline) {
+  LoopbackServer server;
+  ZRVHosts::setRedirect(server.baseAddress());
+  for (const auto& document : nestedDocuments(1 << 20, R"({"online": false, "motd": )", "}")) {
+    server.on("GET", "/api/status", ScriptedResponse::json(document.text));
+    Outcome outcome = askStatus();
+    EXPECT_TRUE(outcome.online) << document.name;
+    EXPECT_TRUE(outcome.error) << document.name;
+  }
+  ZRVHosts::setRedirect(std::nullopt);
 }

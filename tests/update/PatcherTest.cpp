@@ -8,6 +8,7 @@
 
 #include "support/BusyProcesses.h"
 #include "support/LogCapture.h"
+#include "support/NestedJSON.h"
 #include "support/TemporaryDirectory.h"
 #include "update/UpdateServer.h"
 
@@ -141,6 +142,25 @@ TEST_F(PatcherTest, MirrorListFallsBackFromPrimaryToBackupToSafe) {
     std::vector<std::string> mirrors;
     for (const auto& url : fresh.mirrorURLs()) mirrors.push_back(url.absoluteString().substr(server.base().size()));
     EXPECT_EQ(mirrors, c.expected) << c.name;
+  }
+}
+
+TEST_F(PatcherTest, DeeplyNestedManifestsAndMirrorListsAreNotJSON) {
+  // A deep manifest means no files; a deep primary list means the backup list. Neither ends the launcher.
+  writeFile(install / "game.bin", "kept");
+  for (const auto& document : nestedDocuments(ZRVPatcher::kMaxDocumentSize, R"({"game.bin": )", "}")) {
+    UpdateServer server;
+    server.server().on("GET", "/api/mirrors", ScriptedResponse::json(document.text));
+    server.server().on("GET", "/mirrors.txt", ScriptedResponse::json(R"(["http://127.0.0.1:1/backup/"])"));
+    server.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::json(document.text));
+    ZRVPatcher fresh;
+    UpdateRun run;
+    run.start(fresh, install.path());
+    ASSERT_TRUE(run.finish()) << document.name;
+    EXPECT_EQ(run.completed, "Everything is up to date") << document.name;
+    ASSERT_EQ(fresh.mirrorURLs().size(), 1u) << document.name;
+    EXPECT_EQ(fresh.mirrorURLs()[0].absoluteString(), "http://127.0.0.1:1/backup/") << document.name;
+    EXPECT_EQ(installed("game.bin"), "kept") << document.name;
   }
 }
 

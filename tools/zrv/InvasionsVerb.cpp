@@ -2,6 +2,7 @@
 
 #include "Arguments.h"
 #include "Verbs.h"
+#include <ZRVKit/ZRVBoundedJSON.h>
 
 #include <ZRVKit/ZRVBundle.h>
 #include <ZRVKit/ZRVInvasionManager.h>
@@ -39,7 +40,7 @@ void restoreBaselines(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
   std::stringstream text;
   text << stream.rdbuf();
-  ZRVJSON baselines = ZRVJSON::parse(text.str(), nullptr, false);
+  ZRVJSON baselines = zrv::readBoundedJSON(text.str()).document.value_or(nullptr);
   if (!baselines.is_object()) return;
   for (const auto& [id, baseline] : baselines.items()) {
     if (baseline.is_object() && baseline.contains("as_of") && baseline.contains("defeated")) {

@@ -1,0 +1,16 @@
+// Fuzzes a mirror list: the bounded JSON reader, then the list's URLs in order. Every URL kept must be one
+// that the URL type accepts, and appending a file name to it must not crash.
+
+#include <ZRVKit/ZRVBoundedJSON.h>
+
+#include "FuzzSupport.h"
+#include "update/MirrorList.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  zrv::JSONReading reading = zrv::readBoundedJSON(data, size);
+  if (!reading.document) return 0;
+  for (const ZRVURL& mirror : zrv::update::mirrorURLsFromList(*reading.document)) {
+    (void)mirror.URLByAppendingPathComponent("files/game.bin.bz2");
+  }
+  return 0;
+}
