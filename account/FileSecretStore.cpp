@@ -178,7 +178,7 @@ class FileSecretStore final : public SecretStore {
       filled += static_cast<std::size_t>(got);
     }
     text.resize(filled);
-    ZRVJSON document = zrv::readBoundedJSON(text).document.value_or(nullptr);
+    ZRVJSON document = ZRVBoundedJSON::read(text).document.value_or(nullptr);
     std::vector<Item> items;
     const ZRVJSON* list = document.is_object() && document.contains("items") ? &document["items"] : nullptr;
     if (!list || !list->is_array()) {

@@ -19,7 +19,7 @@ std::optional<std::string> member(const ZRVJSON& answer, const char* key) {
 LoginAnswer readLoginAnswer(const ZRVData& body) {
   LoginAnswer answer;
   // An answer that is not JSON, or goes beyond the reader's limits, is an answer without "success".
-  answer.document = zrv::readBoundedJSON(body.data(), body.size()).document.value_or(nullptr);
+  answer.document = ZRVBoundedJSON::read(body.data(), body.size()).document.value_or(nullptr);
   const ZRVJSON& document = answer.document;
   if (document.is_object()) {
     auto success = document.find("success");

@@ -151,7 +151,7 @@ std::shared_ptr<const ZRVBundle::Table> ZRVBundle::tableFor(std::string_view tab
 
   auto parsed = std::make_shared<Table>();
   if (!text.empty()) {
-    ZRVJSON document = zrv::readBoundedJSON(text).document.value_or(nullptr);
+    ZRVJSON document = ZRVBoundedJSON::read(text).document.value_or(nullptr);
     if (document.is_object()) {
       for (const auto& [name, value] : document.items()) {
         if (value.is_string()) parsed->emplace(name, value.get<std::string>());

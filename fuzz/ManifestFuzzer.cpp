@@ -23,7 +23,7 @@ const std::string* text(const ZRVJSON& entry, const char* key) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  zrv::JSONReading reading = zrv::readBoundedJSON(data, size);
+  ZRVJSONReading reading = ZRVBoundedJSON::read(data, size);
   if (!reading.document || !reading.document->is_object()) return 0;
   static const fs::path install = fuzz::scratchFolder() / "install";
   static const ZRVURL mirror = *ZRVURL::URLWithString("http://127.0.0.1:1/content/");

@@ -7,7 +7,7 @@
 #include "update/MirrorList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  zrv::JSONReading reading = zrv::readBoundedJSON(data, size);
+  ZRVJSONReading reading = ZRVBoundedJSON::read(data, size);
   if (!reading.document) return 0;
   for (const ZRVURL& mirror : zrv::update::mirrorURLsFromList(*reading.document)) {
     (void)mirror.URLByAppendingPathComponent("files/game.bin.bz2");

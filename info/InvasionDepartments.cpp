@@ -33,7 +33,7 @@ const InvasionDepartments& InvasionDepartments::gameDepartments() {
 }
 
 InvasionDepartments::InvasionDepartments(std::string_view json) {
-  ZRVJSON document = zrv::readBoundedJSON(json).document.value_or(nullptr);
+  ZRVJSON document = ZRVBoundedJSON::read(json).document.value_or(nullptr);
   if (!document.is_array() || document.empty()) malformed("not a list of departments");
   for (const ZRVJSON& entry : document) {
     auto name = entry.find("department");

@@ -98,7 +98,7 @@ void handleInvasionFeed(const ZRVHTTPResult& result, const ZRVInvasionManager::C
     completion(false, {}, result.error);
     return;
   }
-  zrv::JSONReading reading = zrv::readBoundedJSON(result.body->data(), result.body->size());
+  ZRVJSONReading reading = ZRVBoundedJSON::read(result.body->data(), result.body->size());
   if (!reading.document) {
     completion(true, {}, parseError(reading.error));
     return;

@@ -30,7 +30,7 @@ void handleStatusAnswer(ZRVHTTPResult result, const ZRVServerStatus::Callback& c
     callback(true, std::move(result.error));
     return;
   }
-  zrv::JSONReading reading = zrv::readBoundedJSON(result.body->data(), result.body->size());
+  ZRVJSONReading reading = ZRVBoundedJSON::read(result.body->data(), result.body->size());
   if (!reading.document) {
     callback(true, parseError(reading.error));
     return;

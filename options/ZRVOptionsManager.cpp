@@ -107,7 +107,7 @@ ZRVJSON ZRVOptionsManager::initialSettings() const {
   fs::path file = settingsFileURL();
   auto contents = readWholeFile(file);
   if (!contents) return ZRVJSON::object();
-  zrv::JSONReading reading = zrv::readBoundedJSON(*contents);
+  ZRVJSONReading reading = ZRVBoundedJSON::read(*contents);
   if (reading.document && reading.document->is_object()) return std::move(*reading.document);
   std::string why = reading.document ? "the settings are not a JSON object" : reading.error;
   ZRVLog::format("-[%@ %@]+%d: error %@ reading %@.", kClassName, "initialSettings", __LINE__, why, file);
@@ -118,7 +118,7 @@ void ZRVOptionsManager::loadSettings() {
   fs::path file = settingsFileURL();
   auto contents = readWholeFile(file);
   if (!contents) return;
-  zrv::JSONReading reading = zrv::readBoundedJSON(*contents);
+  ZRVJSONReading reading = ZRVBoundedJSON::read(*contents);
   if (!reading.document) {
     // A damaged file reads as all options off.
     ZRVLog::format("-[%@ %@]+%d: error %@ parsing %@.", kClassName, "loadSettings", __LINE__, reading.error, file);

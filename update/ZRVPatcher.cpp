@@ -418,7 +418,7 @@ void ZRVPatcher::readJSON(const ZRVURL& url, ReadJSONCompletion completion) {
           return;
         }
         // Like the platform's reader: the top level must be an object or an array.
-        zrv::JSONReading reading = zrv::readBoundedJSON(result.body->data(), result.body->size(), {kMaxDocumentSize});
+        ZRVJSONReading reading = ZRVBoundedJSON::read(result.body->data(), result.body->size(), {kMaxDocumentSize});
         if (!reading.document) {
           completion(false, std::nullopt, std::move(result.response), parseError(reading.error));
           return;

@@ -4,32 +4,32 @@
 // itself, and everything that later copies, prints or compares a value, walks the nesting recursively.
 
 #include <ZRVKit/ZRVJSON.h>
+#include <ZRVKit/ZRVKitExport.h>
 
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
-namespace zrv {
+/// How large and how deeply nested a document may be. No document the library reads comes near the
+/// defaults; anything beyond the limits is refused as not JSON.
+struct ZRVKIT_EXPORT ZRVJSONLimits {
+  static constexpr std::size_t kDefaultMaxBytes = std::size_t{64} << 20;
+  static constexpr int kDefaultMaxDepth = 512;
 
-/// No document the library reads comes near these; anything beyond them is refused as not JSON.
-inline constexpr std::size_t kDefaultMaxJSONBytes = std::size_t{64} << 20;
-inline constexpr int kDefaultMaxJSONDepth = 512;
-
-struct JSONLimits {
-  std::size_t maxBytes = kDefaultMaxJSONBytes;
-  int maxDepth = kDefaultMaxJSONDepth;  // arrays and objects inside each other, the outermost counting as 1
+  std::size_t maxBytes = kDefaultMaxBytes;
+  int maxDepth = kDefaultMaxDepth;  // arrays and objects inside each other, the outermost counting as 1
 };
 
-struct JSONReading {
+struct ZRVKIT_EXPORT ZRVJSONReading {
   std::optional<ZRVJSON> document;  // absent when the text is not JSON or goes beyond the limits
   std::string error;                // why the document is absent; empty when it is present
 };
 
-/// Parses `text` as one JSON value (any top level). Never throws.
-JSONReading readBoundedJSON(std::string_view text, const JSONLimits& limits = {});
-
-/// The same for raw bytes (an HTTP body, a file's contents).
-JSONReading readBoundedJSON(const void* bytes, std::size_t size, const JSONLimits& limits = {});
-
-}  // namespace zrv
+class ZRVKIT_EXPORT ZRVBoundedJSON {
+ public:
+  /// Parses `text` as one JSON value (any top level). Never throws.
+  static ZRVJSONReading read(std::string_view text, const ZRVJSONLimits& limits = {});
+  /// The same for raw bytes (an HTTP body, a file's contents).
+  static ZRVJSONReading read(const void* bytes, std::size_t size, const ZRVJSONLimits& limits = {});
+};

@@ -8,7 +8,7 @@ TEST(BoundedJSON, DepthAndSizeAreLimitedWhileReading) {
   struct Case {
     std::string name;
     std::string text;
-    zrv::JSONLimits limits;
+    ZRVJSONLimits limits;
     bool read;
     std::string errorHas;
   } cases[] = {
@@ -27,7 +27,7 @@ TEST(BoundedJSON, DepthAndSizeAreLimitedWhileReading) {
       {"trailing garbage", "{} x", {}, false, "parse error"},
   };
   for (const auto& c : cases) {
-    zrv::JSONReading reading = zrv::readBoundedJSON(c.text, c.limits);
+    ZRVJSONReading reading = ZRVBoundedJSON::read(c.text, c.limits);
     EXPECT_EQ(reading.document.has_value(), c.read) << c.name;
     EXPECT_NE(reading.error.find(c.errorHas), std::string::npos) << c.name << ": " << reading.error;
     if (c.read) {
@@ -37,9 +37,9 @@ TEST(BoundedJSON, DepthAndSizeAreLimitedWhileReading) {
 }
 
 TEST(BoundedJSON, ADocumentAtTheLimitCanBeCopiedPrintedAndDestroyed) {
-  zrv::JSONReading reading = zrv::readBoundedJSON(nestedJSON(zrv::kDefaultMaxJSONDepth, "{\"a\":", "}"));
+  ZRVJSONReading reading = ZRVBoundedJSON::read(nestedJSON(ZRVJSONLimits::kDefaultMaxDepth, "{\"a\":", "}"));
   ASSERT_TRUE(reading.document);
   ZRVJSON copy = *reading.document;
-  EXPECT_EQ(copy.dump().size(), zrv::kDefaultMaxJSONDepth * 6u + 4);
+  EXPECT_EQ(copy.dump().size(), ZRVJSONLimits::kDefaultMaxDepth * 6u + 4);
   EXPECT_EQ(copy, *reading.document);
 }

@@ -40,7 +40,7 @@ void restoreBaselines(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
   std::stringstream text;
   text << stream.rdbuf();
-  ZRVJSON baselines = zrv::readBoundedJSON(text.str()).document.value_or(nullptr);
+  ZRVJSON baselines = ZRVBoundedJSON::read(text.str()).document.value_or(nullptr);
   if (!baselines.is_object()) return;
   for (const auto& [id, baseline] : baselines.items()) {
     if (baseline.is_object() && baseline.contains("as_of") && baseline.contains("defeated")) {

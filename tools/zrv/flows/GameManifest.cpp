@@ -1,5 +1,6 @@
 #include "flows/GameManifest.h"
 
+#include <ZRVKit/ZRVBoundedJSON.h>
 #include <ZRVKit/ZRVGlobals.h>
 #include <ZRVKit/ZRVHTTPClient.h>
 #include <ZRVKit/ZRVPatcher.h>
@@ -15,9 +16,10 @@
 namespace fs = std::filesystem;
 
 std::optional<ZRVJSON> parseManifestDocument(const ZRVData& body) {
-  ZRVJSON document = ZRVJSON::parse(body.begin(), body.end(), nullptr, false);
-  if (document.is_discarded() || !document.is_object()) return std::nullopt;
-  return document;
+  // The same bounded reader as the library's, so a document the library refuses is refused here too.
+  ZRVJSONReading reading = ZRVBoundedJSON::read(body.data(), body.size(), {ZRVPatcher::kMaxDocumentSize});
+  if (!reading.document || !reading.document->is_object()) return std::nullopt;
+  return std::move(reading.document);
 }
 
 bool staysInside(const std::string& name) {

@@ -3,8 +3,6 @@
 #include <exception>
 #include <string>
 
-namespace zrv {
-
 namespace {
 
 // Thrown out of the parser's callback to stop it at the first level too deep; nothing outside sees it.
@@ -12,8 +10,8 @@ struct NestedTooDeep {};
 
 }  // namespace
 
-JSONReading readBoundedJSON(std::string_view text, const JSONLimits& limits) {
-  JSONReading reading;
+ZRVJSONReading ZRVBoundedJSON::read(std::string_view text, const ZRVJSONLimits& limits) {
+  ZRVJSONReading reading;
   if (text.size() > limits.maxBytes) {
     reading.error = "the document is larger than " + std::to_string(limits.maxBytes) + " bytes";
     return reading;
@@ -40,8 +38,7 @@ JSONReading readBoundedJSON(std::string_view text, const JSONLimits& limits) {
   return reading;
 }
 
-JSONReading readBoundedJSON(const void* bytes, std::size_t size, const JSONLimits& limits) {
-  return readBoundedJSON(std::string_view(static_cast<const char*>(bytes), size), limits);
+ZRVJSONReading ZRVBoundedJSON::read(const void* bytes, std::size_t size, const ZRVJSONLimits& limits) {
+  return read(std::string_view(static_cast<const char*>(bytes), size), limits);
 }
 
-}  // namespace zrv
