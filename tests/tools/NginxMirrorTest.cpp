@@ -3,6 +3,7 @@
 // temporary folder, listens on 127.0.0.1 on a free port, and is started and stopped here by its PID; every
 // request it logs must be one the update is expected to make.
 
+#include "support/ShellCommand.h"
 #include "support/TemporaryDirectory.h"
 
 #include <ZRVKit/ZRVJSON.h>
@@ -145,10 +146,7 @@ class Nginx {
   std::size_t seen_ = 0;
 };
 
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
+using Outcome = ShellOutcome;
 
 class NginxMirror : public ::testing::Test {
  protected:
@@ -188,15 +186,7 @@ class NginxMirror : public ::testing::Test {
                           "' XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CACHE_HOME='" +
                           (home / "cache").string() + "' ZRV_SECRET_STORE=file ZRV_SERVER= " + ZRV_TOOL_PATH + " " +
                           arguments + " 2>&1 </dev/null";
-    Outcome outcome;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return outcome;
-    char buffer[4096];
-    std::size_t count;
-    while ((count = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) outcome.output.append(buffer, count);
-    int status = pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
+    return runShellCommand(command);
   }
 
   void publish(const std::string& build, const std::vector<std::string>& mirrors, const std::string& from = "") {

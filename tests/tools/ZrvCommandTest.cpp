@@ -1,5 +1,6 @@
 // The zrv command's interface: exit codes and messages that scripts and launchers depend on.
 
+#include "support/ShellCommand.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -11,10 +12,7 @@
 
 namespace {
 
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
+using Outcome = ShellOutcome;
 
 class ZrvCommand : public ::testing::Test {
  protected:
@@ -26,15 +24,7 @@ class ZrvCommand : public ::testing::Test {
                           home.path().string() + "' XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CACHE_HOME='" +
                           (home / "cache").string() + "' ZRV_SECRET_STORE=file ZRV_SERVER= " + ZRV_TOOL_PATH + " " +
                           arguments + " 2>&1";
-    Outcome outcome;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return outcome;
-    char buffer[4096];
-    std::size_t count;
-    while ((count = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) outcome.output.append(buffer, count);
-    int status = pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
+    return runShellCommand(command);
   }
 };
 

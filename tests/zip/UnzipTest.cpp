@@ -20,18 +20,6 @@ void setModificationTime(const fs::path& path, std::time_t seconds) {
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
-std::time_t localTime(int year, int month, int day, int hour, int minute, int second) {
-  std::tm local{};
-  local.tm_year = year - 1900;
-  local.tm_mon = month - 1;
-  local.tm_mday = day;
-  local.tm_hour = hour;
-  local.tm_min = minute;
-  local.tm_sec = second;
-  local.tm_isdst = -1;
-  return std::mktime(&local);
-}
-
 std::time_t modificationTime(const fs::path& path) {
   struct stat info {};
   lstat(path.c_str(), &info);

@@ -63,3 +63,15 @@ std::vector<std::string> describeTree(const fs::path& root) {
 }
 
 bool isEmptyFolder(const fs::path& folder) { return fs::is_empty(folder); }
+
+std::time_t localTime(int year, int month, int day, int hour, int minute, int second) {
+  std::tm local{};
+  local.tm_year = year - 1900;
+  local.tm_mon = month - 1;
+  local.tm_mday = day;
+  local.tm_hour = hour;
+  local.tm_min = minute;
+  local.tm_sec = second;
+  local.tm_isdst = -1;
+  return std::mktime(&local);
+}

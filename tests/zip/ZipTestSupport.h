@@ -1,6 +1,7 @@
 #pragma once
 // Archives made entry by entry with minizip, so that tests control names, attributes, methods and dates.
 
+#include <ctime>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -27,3 +28,6 @@ std::vector<std::string> describeTree(const std::filesystem::path& root);
 
 /// Whether anything at all is below `folder`.
 bool isEmptyFolder(const std::filesystem::path& folder);
+
+/// The moment of a local date and time, as a zip entry's DOS date means it.
+std::time_t localTime(int year, int month, int day, int hour, int minute, int second);

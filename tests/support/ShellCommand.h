@@ -1,0 +1,11 @@
+#pragma once
+// Runs a shell command line the way a user types it and keeps what it printed.
+
+#include <string>
+
+struct ShellOutcome {
+  int status = -1;     ///< the exit status; -1 when the command could not run or was killed
+  std::string output;  ///< its standard output (redirect 2>&1 inside the command to keep the rest)
+};
+
+ShellOutcome runShellCommand(const std::string& commandLine);
