@@ -345,7 +345,9 @@ void ZRVPatcher::_patchGameFilesIfNecessary() {
   auto gate = std::make_shared<zrv::update::FileGate>(kFilesInFlight, kBytesInFlight);
   auto final = ZRVOperation::operationWithBlock([this] { _patchingComplete(); });
   std::vector<std::pair<std::shared_ptr<ZRVOperation>, std::uintmax_t>> items;
-  for (const auto& [file, entry] : files) {
+  for (const auto& fileAndEntry : files) {
+    const std::shared_ptr<ZRVManagedFile>& file = fileAndEntry.first;
+    const ZRVJSON* entry = fileAndEntry.second;
     if (!entry->contains("patches")) continue;  // never updated, never reported: its item would end at once
     const std::uintmax_t bytes = bytesHeldWhileUpdating(*file);
     // The item reads its entry's patches in the shared manifest, which it keeps alive; nothing is copied.
