@@ -2,10 +2,11 @@
 // interleaved runs (min and median of the per-pair ratios), with peak memory from each child's own maximum
 // resident set and the load average before and after. Prints one Markdown table.
 //
-//   zrv_bench [--quick] [--large] [--work DIR]
+//   zrv_bench [--quick] [--large] [--keep] [--work DIR] [--only patch|install|large|unzip|publish|manifest]
 //   ZRV_BENCH_QUICK=1: two pairs a row instead of five; ZRV_BENCH_LARGE=1: the 2 GiB row too.
 
 #include "Bench.h"
+#include "LargeFile.h"
 #include "ThrottledServer.h"
 #include "Workloads.h"
 
@@ -48,6 +49,7 @@ void step(const std::string& what) {
 int main(int argc, char** argv) {
   if (argc >= 2 && std::strcmp(argv[1], kServeThrottled) == 0) return serveThrottled(argc, argv);
   if (int status = runWorkloadMode(argc, argv); status >= 0) return status;
+  if (int status = runLargeFileMode(argc, argv); status >= 0) return status;
 
   Bench bench;
   bench.zrv = ZRV_EXECUTABLE;
@@ -60,14 +62,16 @@ int main(int argc, char** argv) {
   const char* base = std::getenv("ZRV_BENCH_DIR");
   fs::path parent = base ? base : fs::temp_directory_path();
   bool keep = false;
+  std::string only;  // one group: patch, install, large, unzip, publish, manifest
   for (int i = 1; i < argc; ++i) {
     std::string word = argv[i];
     if (word == "--quick") quick = true;
     else if (word == "--large") bench.large = true;
     else if (word == "--keep") keep = true;
     else if (word == "--work" && i + 1 < argc) parent = argv[++i];
+    else if (word == "--only" && i + 1 < argc) only = argv[++i];
     else {
-      std::fprintf(stderr, "usage: zrv_bench [--quick] [--large] [--keep] [--work DIR]\n");
+      std::fprintf(stderr, "usage: zrv_bench [--quick] [--large] [--keep] [--work DIR] [--only GROUP]\n");
       return 2;
     }
   }
@@ -82,9 +86,11 @@ int main(int argc, char** argv) {
   const std::string date = utcNow(), loadBefore = loadAverage();
   step("load average before: " + loadBefore + "; working in " + folder);
   std::vector<Row> rows;
-  const std::vector<std::function<std::vector<Row>(const Bench&)>> groups = {
-      patchRows, installRows, largeFileRows, unzipRows, publishRows, manifestRows};
-  for (const auto& group : groups) {
+  const std::vector<std::pair<std::string, std::function<std::vector<Row>(const Bench&)>>> groups = {
+      {"patch", patchRows},   {"install", installRows}, {"large", largeFileRows},
+      {"unzip", unzipRows}, {"publish", publishRows}, {"manifest", manifestRows}};
+  for (const auto& [name, group] : groups) {
+    if (!only.empty() && name != only) continue;
     try {
       for (auto& row : group(bench)) rows.push_back(row);
     } catch (const std::exception& error) {
