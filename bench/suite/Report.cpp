@@ -21,12 +21,24 @@ std::string loadAverage() {
   return one + " " + five + " " + fifteen;
 }
 
+namespace {
+
+// A cell's own "|" would end the cell.
+std::string cell(const std::string& text) {
+  std::string out;
+  for (char c : text) out += c == '|' ? std::string("\\|") : std::string(1, c);
+  return out;
+}
+
+}  // namespace
+
 void printTable(const std::vector<Row>& rows) {
   std::printf("| work | peer | pairs | ratio min | ratio median | goal | met? | peak MiB zrv / peer |\n");
   std::printf("|---|---|---|---|---|---|---|---|\n");
   for (const auto& row : rows) {
-    std::printf("| %s | %s | %s | %s | %s | %s | %s | %s |\n", row.work.c_str(), row.peer.c_str(), row.pairs.c_str(),
-                row.ratioMin.c_str(), row.ratioMedian.c_str(), row.goal.c_str(), row.met.c_str(), row.peak.c_str());
+    std::printf("| %s | %s | %s | %s | %s | %s | %s | %s |\n", cell(row.work).c_str(), cell(row.peer).c_str(),
+                cell(row.pairs).c_str(), cell(row.ratioMin).c_str(), cell(row.ratioMedian).c_str(), cell(row.goal).c_str(),
+                cell(row.met).c_str(), cell(row.peak).c_str());
   }
   std::fflush(stdout);
 }
