@@ -25,11 +25,9 @@ test-asan: bootstrap
 fuzz: bootstrap
 	./scripts/run-fuzz.sh
 
+# Every speed and memory goal in one run, as paired ratios against the peer tools (ZRV_BENCH_QUICK=1: fewer pairs).
 bench: bootstrap
-	./scripts/run-bench-patch.sh
-	./scripts/run-bench-unzip.sh
-	./scripts/run-bench-update.sh
-	./scripts/run-bench-fresh-installs.sh
+	./scripts/run-bench.sh
 	./scripts/run-bench-hostile.sh
 
 clean:

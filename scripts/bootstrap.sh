@@ -12,7 +12,7 @@ packages=(
   # tools, tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev libdivsufsort-dev
   # independent peers used by tests and benchmarks
-  bsdiff bzip2 zip unzip p7zip-full curl gnome-keyring dbus dbus-x11 libsecret-tools python3 nginx-light time
+  bsdiff bzip2 lbzip2 zip unzip p7zip-full curl gnome-keyring dbus dbus-x11 libsecret-tools python3 nginx-light time
 )
 
 missing=()

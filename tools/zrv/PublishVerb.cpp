@@ -7,7 +7,7 @@
 #include <iostream>
 
 int runPublish(const std::vector<std::string>& words) {
-  Arguments arguments(words, {"--quiet"}, {"--from", "--base-url", "--framework", "--only", "--mirror"});
+  Arguments arguments(words, {"--quiet"}, {"--from", "--base-url", "--framework", "--only", "--mirror", "--jobs"});
   arguments.expectPositional(2, 2);
   PublishOptions options;
   options.newBuild = arguments.positional()[0];
@@ -21,6 +21,7 @@ int runPublish(const std::vector<std::string>& words) {
     std::cerr << "zrv publish: warning: no --framework given: the tree will not serve Cg.framework.zip, so a\n"
                  "  fresh install (a folder without Frameworks/Cg.framework) will fail to download and unpack it\n";
   }
+  if (auto jobs = arguments.number("--jobs", 1, 1024)) options.workers = static_cast<unsigned>(*jobs);
   if (!arguments.values("--only").empty()) options.platforms = arguments.values("--only");
   if (!arguments.flag("--quiet")) {
     options.progress = [](const std::string& name, std::size_t patches) {

@@ -30,7 +30,7 @@ const std::vector<Verb>& allVerbs() {
        "Exit status: 0 every file matches the manifest, 1 the update failed, stalled or left files that\n"
        "differ, 3 the server could not be reached.",
        runUpdate},
-      {"publish", "publish NEW_DIR OUT_DIR [--from OLD_DIR]... [--mirror URL]... [--base-url URL] [--framework ZIP]",
+      {"publish", "publish NEW_DIR OUT_DIR [--from OLD_DIR]... [--mirror URL]... [--base-url URL] [--framework ZIP] [--jobs N]",
        "Lays out a build for the content host.",
        "Writes OUT_DIR/content/patchmanifest.txt, the bzip2 files, bzip2 patches from every --from build\n"
        "and OUT_DIR/mirrors.txt; serve the result with `zrv serve --content OUT_DIR`. Every file is written\n"
@@ -42,6 +42,7 @@ const std::vector<Verb>& allVerbs() {
        "  --framework ZIP  the Cg.framework archive to serve beside the content (without it, fresh\n"
        "                   installs fail: a warning says so)\n"
        "  --only WORD      platform word for every file (repeatable; default darwin)\n"
+       "  --jobs N         files published at once (default: one per core; the output is the same)\n"
        "  --quiet          print only the summary",
        runPublish},
       {"play", "play USER [--install DIR] [--remember] [--password-stdin] [--forget-saved] [--dev] [--json]",

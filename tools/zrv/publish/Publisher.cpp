@@ -1,6 +1,7 @@
 #include "publish/Publisher.h"
 
 #include "patchmaker/PatchMaker.h"
+#include "publish/InOrderWork.h"
 
 #include <ZRVKit/ZRVData.h>
 #include <ZRVKit/ZRVExtensions.h>
@@ -15,7 +16,12 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -32,7 +38,12 @@ class AtomicOutput {
  public:
   explicit AtomicOutput(fs::path destination) : destination_(std::move(destination)) {
     static std::atomic<unsigned> counter{0};
-    fs::create_directories(destination_.parent_path());
+    {
+      // Files are written from several threads; folders are made one at a time.
+      static std::mutex folders;
+      std::lock_guard lock(folders);
+      fs::create_directories(destination_.parent_path());
+    }
     temporary_ = destination_.parent_path() / ("." + destination_.filename().string() + "." +
                                                std::to_string(getpid()) + "." + std::to_string(counter++) + ".partial");
     file_ = std::fopen(temporary_.c_str(), "wb");
@@ -150,45 +161,112 @@ std::map<std::string, fs::path> filesOf(const fs::path& build) {
 
 }  // namespace
 
+namespace {
+
+struct PatchEntry {
+  std::string oldHash;
+  std::string filename;
+  std::string patchHash;
+  std::string compPatchHash;
+};
+
+struct PublishedFile {
+  std::string hash;
+  std::string compHash;
+  std::string download;
+  std::vector<PatchEntry> patches;
+};
+
+using Build = std::map<std::string, fs::path>;
+
+// Compresses one file of the new build and makes its patches from the older builds.
+PublishedFile publishFile(const std::string& name, const fs::path& path, const std::vector<Build>& olderBuilds,
+                          const fs::path& content) {
+  PublishedFile published;
+  published.download = "files/" + name + ".bz2";
+  published.compHash = compressFile(path, content / published.download);
+  published.hash = ZRVExtensions::sha1Hash(path);
+  std::uintmax_t size = fs::file_size(path);
+
+  std::optional<ZRVData> contents;
+  for (const auto& older : olderBuilds) {
+    auto old = older.find(name);
+    if (old == older.end() || size > kMaxPatchedFileSize || fs::file_size(old->second) > kMaxPatchedFileSize) continue;
+    std::string oldHash = ZRVExtensions::sha1Hash(old->second);
+    bool known = std::any_of(published.patches.begin(), published.patches.end(),
+                             [&](const PatchEntry& entry) { return entry.oldHash == oldHash; });
+    if (oldHash == published.hash || known) continue;
+    if (!contents) contents = readAll(path);
+    ZRVData patch = makePatch(readAll(old->second), *contents, false);
+    ZRVData compressedPatch = compress(patch);
+    std::string filename = "patches/" + name + "." + oldHash.substr(0, 12) + ".bz2";
+    writeAll(content / filename, compressedPatch.data(), compressedPatch.size());
+    published.patches.push_back(
+        {oldHash, filename, ZRVExtensions::sha1Hash(patch), ZRVExtensions::sha1Hash(compressedPatch)});
+  }
+  return published;
+}
+
+// What publishing `path` holds in memory at most: the compressor's state, and when patches are made, both
+// contents, the old file's suffix array (four bytes a byte), the diff and extra streams and their compressed
+// forms (about the new size twice).
+std::uintmax_t memoryClaim(const std::string& name, const fs::path& path, const std::vector<Build>& olderBuilds) {
+  constexpr std::uintmax_t kCompressor = std::uintmax_t{16} << 20;
+  std::uintmax_t size = fs::file_size(path);
+  std::uintmax_t largestOld = 0;
+  bool patched = false;
+  for (const auto& older : olderBuilds) {
+    auto old = older.find(name);
+    if (old == older.end()) continue;
+    std::uintmax_t oldSize = fs::file_size(old->second);
+    if (size > kMaxPatchedFileSize || oldSize > kMaxPatchedFileSize) continue;
+    patched = true;
+    largestOld = std::max(largestOld, oldSize);
+  }
+  return kCompressor + (patched ? 3 * size + 5 * largestOld : 0);
+}
+
+}  // namespace
+
 PublishSummary publishBuild(const PublishOptions& options) {
   auto newFiles = filesOf(options.newBuild);
-  std::vector<std::map<std::string, fs::path>> olderFiles;
+  std::vector<Build> olderFiles;
   for (const auto& build : options.olderBuilds) olderFiles.push_back(filesOf(build));
 
   const fs::path content = options.output / "content";
+  std::vector<std::pair<std::string, fs::path>> files(newFiles.begin(), newFiles.end());
+  std::vector<std::uintmax_t> claims;
+  claims.reserve(files.size());
+  for (const auto& [name, path] : files) claims.push_back(memoryClaim(name, path, olderFiles));
+  std::vector<PublishedFile> published(files.size());
+
+  // Files are published in parallel; the manifest and the progress follow the files' order, as from one thread.
   ZRVJSON manifest = ZRVJSON::object();
   PublishSummary summary;
-  for (const auto& [name, path] : newFiles) {
-    std::string download = "files/" + name + ".bz2";
-    std::string compHash = compressFile(path, content / download);
-    std::string hash = ZRVExtensions::sha1Hash(path);
-    std::uintmax_t size = fs::file_size(path);
-
+  InOrderWork plan;
+  plan.workers = workerCount(options.workers);
+  plan.budget = options.bytesInFlight;
+  plan.claim = [&](std::size_t i) { return claims[i]; };
+  plan.work = [&](std::size_t i) { published[i] = publishFile(files[i].first, files[i].second, olderFiles, content); };
+  plan.finished = [&](std::size_t i) {
+    const PublishedFile& file = published[i];
     ZRVJSON patches = ZRVJSON::object();
-    std::optional<ZRVData> contents;
-    for (const auto& older : olderFiles) {
-      auto old = older.find(name);
-      if (old == older.end() || size > kMaxPatchedFileSize || fs::file_size(old->second) > kMaxPatchedFileSize) continue;
-      std::string oldHash = ZRVExtensions::sha1Hash(old->second);
-      if (oldHash == hash || patches.contains(oldHash)) continue;
-      if (!contents) contents = readAll(path);
-      ZRVData patch = makePatch(readAll(old->second), *contents, false);
-      ZRVData compressedPatch = compress(patch);
-      std::string filename = "patches/" + name + "." + oldHash.substr(0, 12) + ".bz2";
-      writeAll(content / filename, compressedPatch.data(), compressedPatch.size());
-      patches[oldHash] = {{"filename", filename},
-                          {"patchHash", ZRVExtensions::sha1Hash(patch)},
-                          {"compPatchHash", ZRVExtensions::sha1Hash(compressedPatch)}};
+    for (const auto& entry : file.patches) {
+      patches[entry.oldHash] = {{"filename", entry.filename},
+                                {"patchHash", entry.patchHash},
+                                {"compPatchHash", entry.compPatchHash}};
     }
-    manifest[name] = {{"only", options.platforms},
-                      {"hash", hash},
-                      {"compHash", compHash},
-                      {"dl", percentEncoded(download)},
-                      {"patches", patches}};
+    manifest[files[i].first] = {{"only", options.platforms},
+                                {"hash", file.hash},
+                                {"compHash", file.compHash},
+                                {"dl", percentEncoded(file.download)},
+                                {"patches", patches}};
     ++summary.files;
-    summary.patches += patches.size();
-    if (options.progress) options.progress(name, patches.size());
-  }
+    summary.patches += file.patches.size();
+    if (options.progress) options.progress(files[i].first, file.patches.size());
+    published[i] = {};
+  };
+  runInOrder(files.size(), plan);
 
   // The files first, the manifest last: a launcher that reads the new manifest finds everything it names.
   if (options.frameworkArchive) {

@@ -26,7 +26,14 @@ struct PublishOptions {
   /// The mirrors of mirrors.txt, in the order they are to be tried.
   std::vector<std::string> mirrors;
   std::optional<std::filesystem::path> frameworkArchive;
-  /// Told about each file as it is published.
+  /// Files published at once, each on a thread of its own; 0: one per core. The output is the same for any
+  /// number.
+  unsigned workers = 0;
+  /// Memory the files being published may hold at once (a patch holds both contents, the old file's suffix
+  /// array and its streams); a file that needs more is published alone.
+  std::uintmax_t bytesInFlight = std::uintmax_t{1} << 30;
+  /// Told about each file once it and every file before it are published, in the files' order, on the
+  /// calling thread.
   std::function<void(const std::string& name, std::size_t patches)> progress;
 };
 

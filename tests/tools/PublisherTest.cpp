@@ -1,0 +1,181 @@
+// The publisher works on several files at once: its output must not depend on how many, and the files being
+// worked on must stay within their memory budget.
+
+#include "publish/InOrderWork.h"
+#include "publish/Publisher.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Every file of a published tree, by its relative name.
+std::map<std::string, std::string> treeOf(const fs::path& folder) {
+  std::map<std::string, std::string> tree;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    std::string name = fs::relative(entry.path(), folder).generic_string();
+    tree[name] = entry.is_regular_file() ? readFile(entry.path()) : "(folder)";
+  }
+  return tree;
+}
+
+std::string noise(std::uint64_t seed, std::size_t size) {
+  std::mt19937_64 random(seed);
+  std::string bytes(size, '\0');
+  for (auto& byte : bytes) byte = static_cast<char>(random() % 7 == 0 ? random() : 'q');
+  return bytes;
+}
+
+struct BuildFile {
+  std::string name;
+  std::string newContents;
+  std::vector<std::string> olderContents;  // one per older build; "" leaves the file out of that build
+};
+
+struct PublishCase {
+  const char* what;
+  std::vector<BuildFile> files;
+};
+
+}  // namespace
+
+TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
+  const std::string big = noise(1, 300'000);
+  std::string changed = big;
+  changed[1000] ^= 1;
+  changed.insert(5000, "inserted bytes");
+  const PublishCase cases[] = {
+      {"whole files only", {{"a.dat", noise(2, 5000), {}}, {"b/c.dat", "", {}}, {"b/d e.dat", "text", {}}}},
+      {"one older build",
+       {{"big.dat", changed, {big}}, {"same.dat", "same", {"same"}}, {"new.dat", "new", {""}}, {"x/y.dat", big, {changed}}}},
+      {"two older builds, one a copy of the other",
+       {{"big.dat", changed, {big, big}}, {"small.dat", noise(3, 4000), {noise(4, 4000), noise(5, 3000)}}}},
+      {"many small files",
+       [] {
+         std::vector<BuildFile> files;
+         for (int i = 0; i < 40; ++i) {
+           files.push_back({"f" + std::to_string(i) + ".dat", noise(10 + i, 2000 + 97 * i), {noise(100 + i, 2100)}});
+         }
+         return files;
+       }()},
+  };
+  for (const auto& publishCase : cases) {
+    SCOPED_TRACE(publishCase.what);
+    TemporaryDirectory folder;
+    std::size_t olderCount = 0;
+    for (const auto& file : publishCase.files) {
+      writeFile(folder / "new" / file.name, file.newContents);
+      olderCount = std::max(olderCount, file.olderContents.size());
+      for (std::size_t i = 0; i < file.olderContents.size(); ++i) {
+        if (!file.olderContents[i].empty()) writeFile(folder / ("old" + std::to_string(i)) / file.name, file.olderContents[i]);
+      }
+    }
+    // (name, workers, bytes in flight): the last squeezes every patch to run alone.
+    const std::vector<std::tuple<std::string, unsigned, std::uintmax_t>> runs = {
+        {"one", 1, std::uintmax_t{1} << 30}, {"four", 4, std::uintmax_t{1} << 30}, {"tight", 3, 1}};
+    std::map<std::string, std::map<std::string, std::string>> trees;
+    for (const auto& [name, workers, bytes] : runs) {
+      PublishOptions options;
+      options.newBuild = folder / "new";
+      options.output = folder / ("out-" + name);
+      for (std::size_t i = 0; i < olderCount; ++i) {
+        fs::create_directories(folder / ("old" + std::to_string(i)));
+        options.olderBuilds.push_back(folder / ("old" + std::to_string(i)));
+      }
+      options.workers = workers;
+      options.bytesInFlight = bytes;
+      std::vector<std::string> told;
+      std::thread::id caller = std::this_thread::get_id();
+      options.progress = [&](const std::string& file, std::size_t) {
+        EXPECT_EQ(std::this_thread::get_id(), caller);
+        told.push_back(file);
+      };
+      publishBuild(options);
+      EXPECT_TRUE(std::is_sorted(told.begin(), told.end())) << name;
+      EXPECT_EQ(told.size(), publishCase.files.size()) << name;
+      trees[name] = treeOf(options.output);
+    }
+    EXPECT_EQ(trees["one"], trees["four"]);
+    EXPECT_EQ(trees["one"], trees["tight"]);
+  }
+}
+
+TEST(InOrderWork, StartsInOrderWithinTheBudgetAndFinishesInOrder) {
+  struct BudgetCase {
+    const char* what;
+    unsigned workers;
+    std::uintmax_t budget;
+    std::vector<std::uintmax_t> claims;
+    std::size_t failing;  // index of the item that throws; claims.size() for none
+  };
+  const BudgetCase cases[] = {
+      {"all fit", 3, 100, {10, 10, 10, 10, 10, 10}, 6},
+      {"two at a time", 4, 20, {10, 10, 10, 10, 10, 10, 10}, 7},
+      {"a large item runs alone", 3, 25, {10, 10, 90, 10, 10}, 5},
+      {"one worker", 1, 1000, {1, 2, 3}, 3},
+      {"a failure stops the rest", 2, 100, {5, 5, 5, 5, 5, 5, 5, 5}, 3},
+      {"the first item fails", 3, 100, {5, 5, 5}, 0},
+      {"no items", 2, 10, {}, 0},
+  };
+  for (const auto& budgetCase : cases) {
+    SCOPED_TRACE(budgetCase.what);
+    std::mutex mutex;
+    std::uintmax_t claimed = 0;
+    std::size_t running = 0, mostRunning = 0;
+    std::vector<std::size_t> started, finished;
+    InOrderWork plan;
+    plan.workers = budgetCase.workers;
+    plan.budget = budgetCase.budget;
+    plan.claim = [&](std::size_t i) { return budgetCase.claims[i]; };
+    plan.work = [&](std::size_t i) {
+      {
+        std::lock_guard lock(mutex);
+        started.push_back(i);
+        claimed += budgetCase.claims[i];
+        ++running;
+        mostRunning = std::max(mostRunning, running);
+        EXPECT_TRUE(claimed <= budgetCase.budget || running == 1) << "item " << i;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      {
+        std::lock_guard lock(mutex);
+        claimed -= budgetCase.claims[i];
+        --running;
+      }
+      if (i == budgetCase.failing) throw std::runtime_error("item " + std::to_string(i));
+    };
+    plan.finished = [&](std::size_t i) { finished.push_back(i); };
+    const std::size_t count = budgetCase.claims.size();
+    const bool fails = budgetCase.failing < count;
+    if (fails) {
+      try {
+        runInOrder(count, plan);
+        ADD_FAILURE() << "no exception";
+      } catch (const std::runtime_error& error) {
+        EXPECT_EQ(std::string(error.what()), "item " + std::to_string(budgetCase.failing));
+      }
+    } else {
+      runInOrder(count, plan);
+    }
+    // Items are admitted in order: whatever started is a prefix of the items (their work may begin in any order).
+    std::sort(started.begin(), started.end());
+    for (std::size_t i = 0; i < started.size(); ++i) EXPECT_EQ(started[i], i);
+    EXPECT_LE(mostRunning, budgetCase.workers);
+    std::vector<std::size_t> expected;
+    for (std::size_t i = 0; i < (fails ? budgetCase.failing : count); ++i) expected.push_back(i);
+    EXPECT_EQ(finished, expected);
+  }
+}
