@@ -1,6 +1,7 @@
 // Fuzzes bzip2 decompression into a file inside a temporary folder of its own, block-parallel and sequentially:
 // both must write the same bytes.
 
+#include "FuzzSupport.h"
 #include "update/BZip2BlockPipeline.h"
 
 #include <ZRVKit/ZRVExtensions.h>
@@ -11,25 +12,15 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace {
 
 const std::filesystem::path& outputFile(const char* name) {
-  // Never destroyed, so the clean-up at exit still finds it.
-  static const std::filesystem::path* folder = [] {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zrv-bzip2-fuzz-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) std::abort();
-    auto* made = new std::filesystem::path(pattern);
-    std::atexit([] {
-      std::error_code ignored;
-      std::filesystem::remove_all(*folder, ignored);
-    });
-    return made;
-  }();
-  static const std::filesystem::path* files[] = {new std::filesystem::path(*folder / "parallel"),
-                                                 new std::filesystem::path(*folder / "sequential")};
-  return *files[name[0] == 'p' ? 0 : 1];
+  static const std::filesystem::path parallel = fuzz::scratchFolder() / "parallel";
+  static const std::filesystem::path sequential = fuzz::scratchFolder() / "sequential";
+  return name[0] == 'p' ? parallel : sequential;
 }
 
 std::string decodeWithParallelFrom(const ZRVData& input, std::size_t minimumLength, const char* name) {
