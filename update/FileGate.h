@@ -1,27 +1,68 @@
 #pragma once
 // Lets a bounded number of game files be worked on at once, without a thread waiting for a turn: a file
 // that cannot start now is started by the one that leaves. The updater queues a file's work item only from
-// `start`, so a waiting file is no queued work either and cannot make the work queue start threads. Besides the count, the bytes of the installed
-// files in flight are bounded, since patching holds a file's old and new contents in memory: a few very
-// large files go one or two at a time instead of eight. A file larger than the whole budget still goes,
-// alone.
+// `start`, so a waiting file is no queued work either and cannot make the work queue start threads. Besides
+// the count, the bytes of the installed files in flight are bounded, since patching holds a file's old and
+// new contents in memory: a few very large files go one or two at a time instead of eight. A file larger
+// than the whole budget still goes, alone.
+//
+// A file's place is a Ticket, handed to `start`. The place is given back when the ticket is released or
+// destroyed, whichever comes first, and only then: a ticket cannot be copied, and a released ticket is empty.
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace zrv::update {
 
-class FileGate {
+class FileGate : public std::enable_shared_from_this<FileGate> {
  public:
-  FileGate(std::size_t width, std::uintmax_t byteBudget) : width_(width), byteBudget_(byteBudget) {}
+  class Ticket {
+   public:
+    Ticket() = default;
+    Ticket(Ticket&& other) noexcept
+        : gate_(std::move(other.gate_)), bytes_(std::exchange(other.bytes_, 0)) {}
+    Ticket& operator=(Ticket&& other) noexcept {
+      if (this != &other) {
+        release();
+        gate_ = std::move(other.gate_);
+        bytes_ = std::exchange(other.bytes_, 0);
+      }
+      return *this;
+    }
+    Ticket(const Ticket&) = delete;
+    Ticket& operator=(const Ticket&) = delete;
+    ~Ticket() { release(); }
 
-  /// Runs `start` now if the file fits, else when enough has left (on the thread that leaves). Files start
-  /// in the order they entered.
-  void enter(std::uintmax_t bytes, std::function<void()> start) {
+    /// Gives the place back; the ticket is empty afterwards, so a second release does nothing.
+    void release() {
+      if (auto gate = std::move(gate_)) gate->leave(std::exchange(bytes_, 0));
+    }
+    /// True while the ticket holds a place.
+    explicit operator bool() const { return gate_ != nullptr; }
+
+   private:
+    friend class FileGate;
+    Ticket(std::shared_ptr<FileGate> gate, std::uintmax_t bytes) : gate_(std::move(gate)), bytes_(bytes) {}
+
+    std::shared_ptr<FileGate> gate_;
+    std::uintmax_t bytes_ = 0;
+  };
+  using Start = std::function<void(Ticket)>;
+
+  /// Tickets keep their gate alive, so a gate is always shared.
+  static std::shared_ptr<FileGate> make(std::size_t width, std::uintmax_t byteBudget) {
+    return std::shared_ptr<FileGate>(new FileGate(width, byteBudget));
+  }
+
+  /// Runs `start` with the file's ticket now if the file fits, else when enough has left (on the thread that
+  /// releases). Files start in the order they entered.
+  void enter(std::uintmax_t bytes, Start start) {
     {
       std::lock_guard lock(mutex_);
       if (!waiting_.empty() || !fits(bytes)) {
@@ -30,30 +71,38 @@ class FileGate {
       }
       admit(bytes);
     }
-    start();
+    start(Ticket(shared_from_this(), bytes));
   }
 
-  /// Gives a file's place back; starts the waiting files that now fit.
+  /// Files holding a place now.
+  std::size_t inFlight() const {
+    std::lock_guard lock(mutex_);
+    return count_;
+  }
+
+ private:
+  struct Waiting {
+    std::uintmax_t bytes;
+    Start start;
+  };
+
+  FileGate(std::size_t width, std::uintmax_t byteBudget) : width_(width), byteBudget_(byteBudget) {}
+
+  /// Only a ticket gives a place back; starts the waiting files that now fit.
   void leave(std::uintmax_t bytes) {
-    std::vector<std::function<void()>> starting;
+    std::vector<Waiting> starting;
     {
       std::lock_guard lock(mutex_);
       --count_;
       bytesInFlight_ -= bytes;
       while (!waiting_.empty() && fits(waiting_.front().bytes)) {
         admit(waiting_.front().bytes);
-        starting.push_back(std::move(waiting_.front().start));
+        starting.push_back(std::move(waiting_.front()));
         waiting_.pop_front();
       }
     }
-    for (auto& start : starting) start();
+    for (auto& file : starting) file.start(Ticket(shared_from_this(), file.bytes));
   }
-
- private:
-  struct Waiting {
-    std::uintmax_t bytes;
-    std::function<void()> start;
-  };
 
   bool fits(std::uintmax_t bytes) const {
     return count_ == 0 || (count_ < width_ && bytesInFlight_ + bytes <= byteBudget_);
@@ -65,7 +114,7 @@ class FileGate {
 
   const std::size_t width_;
   const std::uintmax_t byteBudget_;
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::size_t count_ = 0;
   std::uintmax_t bytesInFlight_ = 0;
   std::deque<Waiting> waiting_;

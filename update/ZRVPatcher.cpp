@@ -14,11 +14,12 @@
 #include "foundation/AtomicFile.h"
 #include <ZRVKit/ZRVBoundedJSON.h>
 #include "foundation/LockedProperty.h"
-#include "update/FileGate.h"
+#include "update/FileItem.h"
 #include "update/InstallCleanup.h"
 #include "update/InstallFolder.h"
 #include "update/InstallPath.h"
 #include "update/MirrorList.h"
+#include "update/UpdateRun.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -28,6 +29,47 @@
 #include <ctime>
 
 namespace fs = std::filesystem;
+
+namespace zrv::update {
+
+// Where the framework archive is fetched and unpacked: a temporary folder inside "Frameworks", which is
+// opened without following a link. The framework is renamed into its place only when whole, so that "the
+// framework exists" always means "it is complete", even after a run killed half-way.
+struct FrameworkStaging {
+  std::shared_ptr<Descriptor> frameworks;
+  std::string name;
+  fs::path path;
+
+  static std::shared_ptr<FrameworkStaging> make(const fs::path& location, std::optional<ZRVError>* error) {
+    auto folder = openInstallFolder(location, "Frameworks", true, error);
+    std::string name;
+    fs::path frameworks = location / "Frameworks";
+    if (!folder || !createTemporaryFolderIn(folder->get(), "Cg.framework", name, frameworks, error)) return nullptr;
+    return std::make_shared<FrameworkStaging>(
+        FrameworkStaging{std::make_shared<Descriptor>(std::move(*folder)), name, frameworks / name});
+  }
+
+  void moveFrameworkIntoPlace(const fs::path& location) const {
+    std::string unpacked = name + "/Cg.framework";
+    if (::renameat(frameworks->get(), unpacked.c_str(), frameworks->get(), "Cg.framework") != 0) {
+      // The archive held no framework, or another run put one in place first: nothing whole to move.
+      ZRV_LOG_METHOD_ERROR("ZRVPatcher", "unzipFile:toLocation:completion:",
+                           ZRVError::file(errno, location / "Frameworks" / "Cg.framework").localizedDescription());
+    }
+  }
+
+  void remove() const { removeTreeIn(frameworks->get(), name); }
+};
+
+}  // namespace zrv::update
+
+using zrv::update::FileCallbacks;
+using zrv::update::FileItem;
+using zrv::update::FileWork;
+using zrv::update::FrameworkStaging;
+using zrv::update::UpdateRun;
+using zrv::update::makeFileItem;
+using zrv::update::startFileItems;
 
 namespace {
 
@@ -94,6 +136,51 @@ std::optional<std::string> textMember(const ZRVJSON& entry, const char* key) {
   return found->get<std::string>();
 }
 
+// A game file of this platform that the manifest describes fully, with its manifest entry.
+struct ListedFile {
+  std::shared_ptr<ZRVManagedFile> file;
+  const ZRVJSON* entry;
+};
+
+// Every file of the platform counts one step of progress while the list is built, before any file is worked
+// on, even one that cannot be updated; so every later status report carries the final value.
+std::vector<ListedFile> listGameFiles(UpdateRun& run, const ZRVJSON& manifest, const std::string& platform) {
+  const fs::path installBase = run.location();
+  std::vector<ListedFile> files;
+  for (const auto& [name, entry] : manifest.items()) {
+    if (!entry.is_object() || !listsPlatform(entry, platform)) continue;
+    run.countStep();
+    auto hash = textMember(entry, "hash");
+    auto compHash = textMember(entry, "compHash");
+    auto download = textMember(entry, "dl");
+    if (!hash || !compHash || !download) continue;
+    if (!zrv::update::namesAFile(name) || !zrv::update::resolvesInside(installBase, installBase / name)) {
+      ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
+      continue;
+    }
+    if (auto file = ZRVManagedFile::initWithFilename(name, installBase, *hash, *compHash, *download)) {
+      files.push_back({std::move(file), &entry});
+    }
+  }
+  return files;
+}
+
+// Updates one managed file from the run's mirrors. The patches live in the shared manifest, which the work
+// keeps alive; nothing is copied.
+FileWork managedFileWork(const std::shared_ptr<UpdateRun>& run, std::shared_ptr<ZRVManagedFile> file,
+                         std::shared_ptr<const ZRVJSON> manifest, const ZRVJSON* patches) {
+  return [run, file = std::move(file), manifest = std::move(manifest), patches](const FileCallbacks& callbacks) {
+    const std::vector<ZRVURL> mirrors = run->mirrorURLs();
+    try {
+      file->update(mirrors, *patches, callbacks.status, callbacks.completion, callbacks.failure, callbacks.settledSilently);
+    } catch (const std::exception& exception) {
+      // A patch that cannot be applied must not end the launcher: the file is downloaded whole instead.
+      ZRVLog::format("-[%@ %@]+%d: exception %@.", kClassName, "_patchGameFilesIfNecessary", __LINE__, exception.what());
+      file->recoverFromFailedPatch(mirrors, callbacks.status, callbacks.completion, callbacks.settledSilently);
+    }
+  };
+}
+
 }  // namespace
 
 ZRVPatcher& ZRVPatcher::defaultPatcher() {
@@ -101,7 +188,7 @@ ZRVPatcher& ZRVPatcher::defaultPatcher() {
   return *patcher;
 }
 
-ZRVPatcher::ZRVPatcher() {
+ZRVPatcher::ZRVPatcher() : run_(std::make_shared<UpdateRun>()) {
   baseUrls();  // every fixed endpoint must form a URL; a build where one does not is broken
 }
 
@@ -125,26 +212,40 @@ std::map<std::string, ZRVURL> ZRVPatcher::baseUrls() const {
 
 ZRVURL ZRVPatcher::endpoint(const std::string& key) const { return baseUrls().at(key); }
 
-ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::UpdateHandler, updateHandler, setUpdateHandler, updateHandler_)
-ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::CompletionHandler, completionHandler, setCompletionHandler, completionHandler_)
-ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::FailureHandler, failureHandler, setFailureHandler, failureHandler_)
-ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::ZipCompletionHandler, zipCompletionHandler, setZipCompletionHandler, zipCompletionHandler_)
-ZRV_LOCKED_PROPERTY(ZRVPatcher, fs::path, location, setLocation, location_)
+// ---------------------------------------------------------------------------------------------------------
+// The properties: views of the current run
 
-ZRVJSON ZRVPatcher::manifest() const { return *sharedManifest(); }
+std::shared_ptr<UpdateRun> ZRVPatcher::currentRun() const {
+  std::lock_guard lock(mutex_);
+  return run_;
+}
 
+ZRVPatcher::UpdateHandler ZRVPatcher::updateHandler() const { return currentRun()->updateHandler(); }
+void ZRVPatcher::setUpdateHandler(UpdateHandler handler) { currentRun()->setUpdateHandler(std::move(handler)); }
+ZRVPatcher::CompletionHandler ZRVPatcher::completionHandler() const { return currentRun()->completionHandler(); }
+void ZRVPatcher::setCompletionHandler(CompletionHandler handler) { currentRun()->setCompletionHandler(std::move(handler)); }
+ZRVPatcher::FailureHandler ZRVPatcher::failureHandler() const { return currentRun()->failureHandler(); }
+void ZRVPatcher::setFailureHandler(FailureHandler handler) { currentRun()->setFailureHandler(std::move(handler)); }
+fs::path ZRVPatcher::location() const { return currentRun()->location(); }
+void ZRVPatcher::setLocation(fs::path location) { currentRun()->setLocation(std::move(location)); }
+ZRVJSON ZRVPatcher::manifest() const { return *currentRun()->manifest(); }
 void ZRVPatcher::setManifest(ZRVJSON manifest) {
-  auto replacement = std::make_shared<const ZRVJSON>(std::move(manifest));
-  std::lock_guard lock(mutex_);
-  replacement.swap(manifest_);  // the old one goes when the last run that reads it lets go
+  // The old one goes when the last file item that reads it lets go.
+  currentRun()->setManifest(std::make_shared<const ZRVJSON>(std::move(manifest)));
 }
+std::shared_ptr<const ZRVJSON> ZRVPatcher::sharedManifest() const { return currentRun()->manifest(); }
+std::vector<ZRVURL> ZRVPatcher::mirrorURLs() const { return currentRun()->mirrorURLs(); }
+void ZRVPatcher::setMirrorURLs(std::vector<ZRVURL> mirrors) { currentRun()->setMirrorURLs(std::move(mirrors)); }
+std::optional<ZRVError> ZRVPatcher::error() const { return currentRun()->error(); }
+void ZRVPatcher::setError(std::optional<ZRVError> error) { currentRun()->setError(std::move(error)); }
+bool ZRVPatcher::updateSuccessful() const { return currentRun()->updateSuccessful(); }
+void ZRVPatcher::setUpdateSuccessful(bool successful) { currentRun()->setUpdateSuccessful(successful); }
+double ZRVPatcher::baseProgress() const { return currentRun()->baseProgress(); }
+void ZRVPatcher::setBaseProgress(double value) { currentRun()->setBaseProgress(value); }
+double ZRVPatcher::progress() const { return currentRun()->progress(); }
+void ZRVPatcher::setProgress(double value) { currentRun()->setProgress(value); }
 
-std::shared_ptr<const ZRVJSON> ZRVPatcher::sharedManifest() const {
-  std::lock_guard lock(mutex_);
-  return manifest_;
-}
-ZRV_LOCKED_PROPERTY(ZRVPatcher, std::vector<ZRVURL>, mirrorURLs, setMirrorURLs, mirrorURLs_)
-ZRV_LOCKED_PROPERTY(ZRVPatcher, std::optional<ZRVError>, error, setError, error_)
+ZRV_LOCKED_PROPERTY(ZRVPatcher, ZRVPatcher::ZipCompletionHandler, zipCompletionHandler, setZipCompletionHandler, zipCompletionHandler_)
 
 void ZRVPatcher::log(std::string_view message) {
   std::string prefix = ZRVFormat("[%@ %@]", dateText(), "ZRVKit");
@@ -152,7 +253,7 @@ void ZRVPatcher::log(std::string_view message) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// The chain of steps
+// The chain of steps: framework → mirror list → manifest → files → completion
 
 void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, UpdateHandler update,
                                      CompletionHandler completion, FailureHandler failure) {
@@ -163,92 +264,77 @@ void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, Up
     if (failure) failure(ZRVError::library("InvalidLocation", 1, message));
     return;
   }
-  setLocation(*location);
-  setUpdateHandler(std::move(update));
-  setCompletionHandler(std::move(completion));
-  setFailureHandler(std::move(failure));
-  setBaseProgress(kBaseProgress);
+  auto run = std::make_shared<UpdateRun>(*currentRun(), *location,
+                                         UpdateRun::Handlers{std::move(update), std::move(completion), std::move(failure)});
+  Run previous = run;
+  {
+    std::lock_guard lock(mutex_);
+    previous.swap(run_);
+  }
+  previous.reset();  // outside the lock: the last run's handlers may hold what calls back into the patcher
   // An earlier run that was killed may have left its temporary files; they go before this run makes its own.
   zrv::update::clearLeftovers(*location);
 
   std::error_code error;
   if (fs::exists(*location / "Frameworks" / "Cg.framework", error)) {
-    _downloadMirrorsAndThenManifest();
+    _downloadMirrorsAndThenManifest(run);
   } else {
-    _downloadRequiredFramework();
+    _downloadRequiredFramework(run);
   }
 }
 
-void ZRVPatcher::_downloadRequiredFramework() {
-  setBaseProgress(kBaseProgressWithFramework);
-  std::string status = localized("DOWNLOADING_REQUIRED_FRAMEWORKS");
-  if (auto handler = updateHandler()) handler(status, progress());
+void ZRVPatcher::_downloadRequiredFramework(const Run& run) {
+  run->setBaseProgress(kBaseProgressWithFramework);
+  const std::string status = localized("DOWNLOADING_REQUIRED_FRAMEWORKS");
+  run->reportStatus(status);
 
-  // "Frameworks" is opened without following a link. The archive is fetched into a temporary folder inside it
-  // and unpacked there; the framework is renamed into its place only when whole, so that "the framework
-  // exists" always means "it is complete", even after a run killed half-way.
-  fs::path frameworks = location() / "Frameworks";
   std::optional<ZRVError> folderError;
-  auto folder = zrv::update::openInstallFolder(location(), "Frameworks", true, &folderError);
-  std::string stagingName;
-  if (folder && !zrv::update::createTemporaryFolderIn(folder->get(), "Cg.framework", stagingName, frameworks, &folderError)) {
-    folder.reset();
-  }
-  if (!folder) {
+  auto staging = FrameworkStaging::make(run->location(), &folderError);
+  if (!staging) {
     ZRV_LOG_METHOD_ERROR(kClassName, "checkForGameUpdates:update:completion:failure:", folderError->localizedDescription());
     // Nowhere safe to put the archive: the unpacking cannot succeed.
-    if (auto handler = failureHandler()) handler(ZRVError::library("unzipper", 2, localized("FAILED_UNARCHIVING_REQUIRED_FRAMEWORKS")));
+    run->reportFailure(ZRVError::library("unzipper", 2, localized("FAILED_UNARCHIVING_REQUIRED_FRAMEWORKS")));
     log("Failed unarchiving the aditional frameworks.");
     return;
   }
-  auto frameworksFolder = std::make_shared<zrv::update::Descriptor>(std::move(*folder));
-  fs::path staging = frameworks / stagingName;
-
-  fs::path framework = frameworks / "Cg.framework";
-  auto reportProgress = [this, status](double value) {
+  auto reportProgress = [run, status](double value) {
     ZRVLog::format("%f", value);
-    if (auto handler = updateHandler()) handler(status, value);
+    if (auto handler = run->updateHandler()) handler(status, value);
   };
-  auto discardStaging = [frameworksFolder, stagingName] {
-    // After the unzipper's own clean-up of the archive, which follows this notification on the main queue.
-    ZRVOperationQueue::mainQueue().addOperationWithBlock(
-        [frameworksFolder, stagingName] { zrv::update::removeTreeIn(frameworksFolder->get(), stagingName); });
-  };
-  downloadFile(endpoint("cg-framework"), staging / "Cg.framework", reportProgress,
-               [this, staging, framework, frameworksFolder, stagingName, discardStaging, status](bool downloaded) {
+  downloadFile(endpoint("cg-framework"), staging->path / "Cg.framework", reportProgress, [this, run, staging](bool downloaded) {
     ZRVLog::write("Completion");
     if (!downloaded) {
-      zrv::update::removeTreeIn(frameworksFolder->get(), stagingName);
-      if (auto handler = failureHandler()) handler(ZRVError::library("downloader", 3, localized("FAILED_DOWNLOADING_REQUIRED_FRAMEWORKS")));
+      staging->remove();
+      run->reportFailure(ZRVError::library("downloader", 3, localized("FAILED_DOWNLOADING_REQUIRED_FRAMEWORKS")));
       log("Failed downloading the aditional frameworks.");
       return;
     }
-    fs::path archive = staging / "Cg.framework.zip";
-    unzipFile(archive, framework, [this, frameworksFolder, stagingName, discardStaging, status](bool unpacked) {
-      if (unpacked) {
-        std::string unpackedFramework = stagingName + "/Cg.framework";
-        if (::renameat(frameworksFolder->get(), unpackedFramework.c_str(), frameworksFolder->get(), "Cg.framework") != 0) {
-          // The archive held no framework, or another run put one in place first: nothing whole to move.
-          ZRV_LOG_METHOD_ERROR(kClassName, "unzipFile:toLocation:completion:",
-                               ZRVError::file(errno, location() / "Frameworks" / "Cg.framework").localizedDescription());
-        }
-      }
-      discardStaging();
-      if (!unpacked) {
-        if (auto handler = failureHandler()) handler(ZRVError::library("unzipper", 2, localized("FAILED_UNARCHIVING_REQUIRED_FRAMEWORKS")));
-        log("Failed unarchiving the aditional frameworks.");
-        return;
-      }
-      if (auto handler = updateHandler()) handler(status, progress() + baseProgress());
-      _downloadMirrorsAndThenManifest();
-    });
+    _unpackRequiredFramework(run, staging);
   });
 }
 
-void ZRVPatcher::_downloadMirrorsAndThenManifest() {
-  _downloadMirrorsCompleted([this](std::vector<ZRVURL> mirrors) {
-    setMirrorURLs(std::move(mirrors));
-    _downloadManifestAndThenPatchGameFiles();
+void ZRVPatcher::_unpackRequiredFramework(const Run& run, const std::shared_ptr<FrameworkStaging>& staging) {
+  fs::path framework = run->location() / "Frameworks" / "Cg.framework";
+  unzipFile(staging->path / "Cg.framework.zip", framework, [this, run, staging](bool unpacked) {
+    if (unpacked) staging->moveFrameworkIntoPlace(run->location());
+    // After the unzipper's own clean-up of the archive, which follows this notification on the main queue.
+    ZRVOperationQueue::mainQueue().addOperationWithBlock([staging] { staging->remove(); });
+    if (!unpacked) {
+      run->reportFailure(ZRVError::library("unzipper", 2, localized("FAILED_UNARCHIVING_REQUIRED_FRAMEWORKS")));
+      log("Failed unarchiving the aditional frameworks.");
+      return;
+    }
+    if (auto handler = run->updateHandler()) {
+      handler(localized("DOWNLOADING_REQUIRED_FRAMEWORKS"), run->progress() + run->baseProgress());
+    }
+    _downloadMirrorsAndThenManifest(run);
+  });
+}
+
+void ZRVPatcher::_downloadMirrorsAndThenManifest(const Run& run) {
+  _downloadMirrorsCompleted([this, run](std::vector<ZRVURL> mirrors) {
+    run->setMirrorURLs(std::move(mirrors));
+    _downloadManifestAndThenPatchGameFiles(run);
   });
 }
 
@@ -275,11 +361,12 @@ void ZRVPatcher::_downloadMirrorsCompleted(std::function<void(std::vector<ZRVURL
   });
 }
 
-void ZRVPatcher::_downloadManifestAndThenPatchGameFiles() {
-  _downloadManifestCompleted([this](std::optional<ZRVJSON> manifest) {
+void ZRVPatcher::_downloadManifestAndThenPatchGameFiles(const Run& run) {
+  _downloadManifestCompleted([this, run](std::optional<ZRVJSON> manifest) {
     // A manifest that cannot be read means no files: the run ends in "Everything is up to date".
-    setManifest(manifest && manifest->is_object() ? std::move(*manifest) : ZRVJSON::object());
-    _patchGameFilesIfNecessary();
+    run->setManifest(std::make_shared<const ZRVJSON>(manifest && manifest->is_object() ? std::move(*manifest)
+                                                                                       : ZRVJSON::object()));
+    _patchGameFilesIfNecessary(run);
   });
 }
 
@@ -288,99 +375,28 @@ void ZRVPatcher::_downloadManifestCompleted(std::function<void(std::optional<ZRV
            [completion](bool, std::optional<ZRVJSON> manifest, auto, auto) { completion(std::move(manifest)); });
 }
 
-void ZRVPatcher::_patchGameFilesIfNecessary() {
-  const std::shared_ptr<const ZRVJSON> manifestHeld = sharedManifest();
-  const ZRVJSON& manifest = *manifestHeld;
-  const fs::path installBase = location();
-  std::vector<std::pair<std::shared_ptr<ZRVManagedFile>, const ZRVJSON*>> files;  // with its manifest entry
-  for (const auto& [name, entry] : manifest.items()) {
-    if (!entry.is_object() || !listsPlatform(entry, platform_)) continue;
-    setProgress(progress() + baseProgress());  // counted while the list is built, before any file is worked on
-    auto hash = textMember(entry, "hash");
-    auto compHash = textMember(entry, "compHash");
-    auto download = textMember(entry, "dl");
-    if (!hash || !compHash || !download) continue;
-    if (!zrv::update::namesAFile(name) || !zrv::update::resolvesInside(installBase, installBase / name)) {
-      ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
-      continue;
-    }
-    if (auto file = ZRVManagedFile::initWithFilename(name, installBase, *hash, *compHash, *download)) {
-      files.emplace_back(std::move(file), &entry);
-    }
-  }
+// A file's item reaches the work queue only when the run's file gate admits the file: a file waiting for its
+// turn holds no thread and is no queued work, so the queue never sees thousands of items it could only start
+// threads for. The item ends when its file reports and holds no thread while a download is under way. A file
+// whose whole download failed everywhere never reports, so its item never ends and neither does the run (the
+// final item depends on every file's item); it does give its place to the next file.
+void ZRVPatcher::_patchGameFilesIfNecessary(const Run& run) {
+  const std::shared_ptr<const ZRVJSON> manifest = run->manifest();
+  std::vector<ListedFile> files = listGameFiles(*run, *manifest, platform_);
+  run->clearOutcome();
 
-  setError(std::nullopt);
-  setUpdateSuccessful(true);
-
-  // Works on one admitted file; `ended` hears once that the file reported (true) or went silent (false).
-  auto updateFile = [this](const std::shared_ptr<ZRVManagedFile>& file, const ZRVJSON& patches,
-                           std::function<void(bool reported)> ended) {
-    auto status = [this](const std::string& text) {
-      if (auto handler = updateHandler()) handler(text, progress());
-    };
-    auto completion = [this, ended](bool, const std::string& text) {
-      if (auto handler = updateHandler()) handler(text, progress());
-      ended(true);
-    };
-    auto failure = [this, ended](const ZRVError& error) {
-      _reportFileFailure(error);
-      ended(true);
-    };
-    auto settled = [ended] { ended(false); };  // silent: the file's place is given back, its item never ends
-    const std::vector<ZRVURL> mirrors = mirrorURLs();
-    try {
-      file->update(mirrors, patches, status, completion, failure, settled);
-    } catch (const std::exception& exception) {
-      // A patch that cannot be applied must not end the launcher: the file is downloaded whole instead.
-      ZRVLog::format("-[%@ %@]+%d: exception %@.", kClassName, "_patchGameFilesIfNecessary", __LINE__,
-                     exception.what());
-      file->recoverFromFailedPatch(mirrors, status, completion, settled);
-    }
-  };
-  // A file's item reaches the work queue only when the file gate admits the file: a file waiting for its turn
-  // holds no thread and is no queued work, so the queue never sees thousands of items it could only start
-  // threads for. The item ends when its file reports and holds no thread while a download is under way. A
-  // file whose whole download failed everywhere never reports, so its item never ends and neither does the
-  // run (the final item depends on every file's item); it does give its place to the next file.
-  auto gate = std::make_shared<zrv::update::FileGate>(kFilesInFlight, kBytesInFlight);
-  auto final = ZRVOperation::operationWithBlock([this] { _patchingComplete(); });
-  std::vector<std::pair<std::shared_ptr<ZRVOperation>, std::uintmax_t>> items;
-  for (const auto& fileAndEntry : files) {
-    const std::shared_ptr<ZRVManagedFile>& file = fileAndEntry.first;
-    const ZRVJSON* entry = fileAndEntry.second;
-    if (!entry->contains("patches")) continue;  // never updated, never reported: its item would end at once
-    const std::uintmax_t bytes = bytesHeldWhileUpdating(*file);
-    // The item reads its entry's patches in the shared manifest, which it keeps alive; nothing is copied.
-    const ZRVJSON* patches = &entry->at("patches");
-    auto item = ZRVOperation::asynchronousOperationWithBlock(
-        [updateFile, file, manifestHeld, patches, gate, bytes](std::function<void()> finish) {
-          updateFile(file, *patches, [gate, finish, bytes, ended = std::make_shared<std::once_flag>()](bool reported) {
-            std::call_once(*ended, [&] {
-              gate->leave(bytes);
-              if (reported) finish();
-            });
-          });
-        });
-    final->addDependency(item);
-    items.emplace_back(std::move(item), bytes);
+  std::vector<FileItem> items;
+  for (ListedFile& listed : files) {
+    auto patches = listed.entry->find("patches");
+    if (patches == listed.entry->end()) continue;  // never updated, never reported: its item would end at once
+    const std::uintmax_t bytes = bytesHeldWhileUpdating(*listed.file);
+    items.push_back(makeFileItem(run, bytes, managedFileWork(run, std::move(listed.file), manifest, &*patches)));
   }
-  ZRVOperationQueue::workQueue().addOperation(final);  // holds no thread until every file's item has ended
-  for (auto& [item, bytes] : items) {
-    gate->enter(bytes, [item = std::move(item)] { ZRVOperationQueue::workQueue().addOperation(item); });
-  }
+  startFileItems(*run, items, ZRVOperation::operationWithBlock([this, run] { _patchingComplete(*run); }));
 }
 
-void ZRVPatcher::_reportFileFailure(const ZRVError& error) {
-  {
-    std::lock_guard lock(mutex_);
-    if (!error_) error_ = error;  // the first error wins
-  }
-  setUpdateSuccessful(false);
-  ZRV_LOG_METHOD_ERROR(kClassName, "_patchGameFilesIfNecessary", error.localizedDescription());
-}
-
-void ZRVPatcher::_patchingComplete() {
-  const fs::path installBase = location();
+void ZRVPatcher::_patchingComplete(const UpdateRun& run) {
+  const fs::path installBase = run.location();
   // The game executable must be runnable after every run, whatever the files went through.
   fs::path executable = installBase / "Quillmoor";
   struct stat info {};
@@ -398,12 +414,7 @@ void ZRVPatcher::_patchingComplete() {
   // The patch step's temporary folders beside files in sub-folders go too: nothing of the run stays behind.
   zrv::update::clearLeftovers(installBase);
 
-  if (updateSuccessful()) {
-    if (auto handler = completionHandler()) handler("Everything is up to date");
-  } else if (auto handler = failureHandler()) {
-    auto first = this->error();
-    handler(first ? *first : ZRVError::library("ManagedFile", 0, ""));
-  }
+  run.reportOutcome();
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -12,7 +12,6 @@
 #include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVURL.h>
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -24,6 +23,10 @@
 #include <vector>
 
 class ZRVManagedFile;
+namespace zrv::update {
+class UpdateRun;
+struct FrameworkStaging;
+}  // namespace zrv::update
 
 class ZRVKIT_EXPORT ZRVPatcher {
  public:
@@ -80,8 +83,9 @@ class ZRVKIT_EXPORT ZRVPatcher {
   /// "[<date> ZRVKit] <message>" to the system log.
   void log(std::string_view message);
 
-  // Properties of the current or last run. `progress` is never reset: a second run starts from the first's
-  // value. `error` and `updateSuccessful` are reset when a run reaches its file list.
+  // Properties of the current or last run, read from (and written into) that run. `progress` is never reset:
+  // a second run starts from the first's value. `error` and `updateSuccessful` are reset when a run reaches
+  // its file list. The unzip completion belongs to the unzipper, not to a run.
   UpdateHandler updateHandler() const;
   void setUpdateHandler(UpdateHandler handler);
   CompletionHandler completionHandler() const;
@@ -101,40 +105,36 @@ class ZRVKIT_EXPORT ZRVPatcher {
   void setMirrorURLs(std::vector<ZRVURL> mirrors);
   std::optional<ZRVError> error() const;
   void setError(std::optional<ZRVError> error);
-  bool updateSuccessful() const { return updateSuccessful_.load(); }
-  void setUpdateSuccessful(bool successful) { updateSuccessful_.store(successful); }
-  double baseProgress() const { return baseProgress_.load(); }
-  void setBaseProgress(double value) { baseProgress_.store(value); }
-  double progress() const { return progress_.load(); }
-  void setProgress(double value) { progress_.store(value); }
+  bool updateSuccessful() const;
+  void setUpdateSuccessful(bool successful);
+  double baseProgress() const;
+  void setBaseProgress(double value);
+  double progress() const;
+  void setProgress(double value);
 
   ZRVPatcher();
   ZRVPatcher(const ZRVPatcher&) = delete;
   ZRVPatcher& operator=(const ZRVPatcher&) = delete;
 
  private:
-  void _downloadRequiredFramework();
-  void _downloadMirrorsAndThenManifest();
+  using Run = std::shared_ptr<zrv::update::UpdateRun>;
+
+  // The steps of one run, in order; each takes the run it belongs to.
+  void _downloadRequiredFramework(const Run& run);
+  void _unpackRequiredFramework(const Run& run, const std::shared_ptr<zrv::update::FrameworkStaging>& staging);
+  void _downloadMirrorsAndThenManifest(const Run& run);
   void _downloadMirrorsCompleted(std::function<void(std::vector<ZRVURL>)> completion);
-  void _downloadManifestAndThenPatchGameFiles();
+  void _downloadManifestAndThenPatchGameFiles(const Run& run);
   void _downloadManifestCompleted(std::function<void(std::optional<ZRVJSON>)> completion);
-  void _patchGameFilesIfNecessary();
-  void _patchingComplete();
-  void _reportFileFailure(const ZRVError& error);
+  void _patchGameFilesIfNecessary(const Run& run);
+  void _patchingComplete(const zrv::update::UpdateRun& run);
   ZRVURL endpoint(const std::string& key) const;
+  /// The run the properties show: the current one, or the last one once it has ended.
+  Run currentRun() const;
 
   std::string platform_ = "darwin";
 
   mutable std::mutex mutex_;
-  UpdateHandler updateHandler_;
-  CompletionHandler completionHandler_;
-  FailureHandler failureHandler_;
+  Run run_;
   ZipCompletionHandler zipCompletionHandler_;
-  std::filesystem::path location_;
-  std::shared_ptr<const ZRVJSON> manifest_ = std::make_shared<const ZRVJSON>(ZRVJSON::object());
-  std::vector<ZRVURL> mirrorURLs_;
-  std::optional<ZRVError> error_;
-  std::atomic<bool> updateSuccessful_{true};
-  std::atomic<double> baseProgress_{0};
-  std::atomic<double> progress_{0};
 };

@@ -5,6 +5,8 @@
 #include <poll.h>
 
 #include <atomic>
+#include <future>
+#include <string>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -67,4 +69,31 @@ TEST(MainQueue, DelayedMainThreadBlockAndRunStop) {
   bool delayed = false;
   PerformBlock::performAfterDelay(0.01, [&] { delayed = ZRVMainQueue::isMainThread(); });
   EXPECT_TRUE(main.runUntil([&] { return delayed; }, 5s));
+}
+
+TEST(MainQueue, DrainRunsWhatIsReadyAndWhatThatMakesReadyButNotWhatWaitsElsewhere) {
+  ZRVMainQueue& main = ZRVOperationQueue::mainQueue();
+  main.drain();
+  EXPECT_EQ(main.drain(), 0u);
+  std::string order;
+  auto first = ZRVOperation::operationWithBlock([&] {
+    order += 'a';
+    main.addOperationWithBlock([&] { order += 'c'; });  // posted while draining: runs in the same drain
+  });
+  auto second = ZRVOperation::operationWithBlock([&] { order += 'b'; });
+  second->addDependency(first);
+  std::promise<void> open;
+  auto opened = open.get_future().share();
+  auto background = ZRVOperation::operationWithBlock([opened] { opened.wait(); });
+  auto afterBackground = ZRVOperation::operationWithBlock([&] { order += ZRVMainQueue::isMainThread() ? 'm' : '?'; });
+  afterBackground->addDependency(background);
+  main.addOperation(second);
+  main.addOperation(afterBackground);
+  main.addOperation(first);
+  ZRVOperationQueue::workQueue().addOperation(background);
+  EXPECT_EQ(main.drain(), 3u);
+  EXPECT_EQ(order, "acb");  // in the order each became ready
+  open.set_value();
+  EXPECT_TRUE(main.runUntil([&] { return afterBackground->isFinished(); }, 5s));
+  EXPECT_EQ(order, "acbm");
 }

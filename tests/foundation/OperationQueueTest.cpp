@@ -307,3 +307,105 @@ TEST(WorkQueue, ABusyMachineAddsNoThreadsForQueuedWork) {
   ASSERT_TRUE(eventually([&] { return done.load() == kItems; }));
   EXPECT_LE(growth.peak(), growth.allowing(0));
 }
+
+TEST(WorkQueue, AQueueRunsExactlyAsManyAtOnceAsItsWidth) {
+  for (int width : {1, 2, 3}) {
+    ZRVOperationQueue queue("width", width);
+    std::mutex mutex;
+    std::condition_variable changed;
+    int running = 0;
+    int most = 0;
+    for (int i = 0; i < 12; ++i) {
+      queue.addOperationWithBlock([&] {
+        std::unique_lock lock(mutex);
+        most = std::max(most, ++running);
+        changed.notify_all();
+        // Held until the width has been reached once; a narrower queue leaves it here until the hang guard.
+        changed.wait_for(lock, 20s, [&] { return most >= width; });
+        --running;
+      });
+    }
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(most, width) << "width " << width;
+  }
+}
+
+TEST(WorkQueue, ADependentRunsOnlyAfterItsDependencyWhereverThatRuns) {
+  ZRVOperationQueue other("other", 1);
+  const struct {
+    const char* name;
+    ZRVOperationQueue* dependencyQueue;
+    bool throws;
+    bool finishedFirst;
+  } cases[] = {
+      {"same queue", &ZRVOperationQueue::workQueue(), false, false},
+      {"another queue", &other, false, false},
+      {"the dependency throws", &ZRVOperationQueue::workQueue(), true, false},
+      {"the dependency finished before it was named", &other, false, true},
+  };
+  for (const auto& c : cases) {
+    std::atomic<bool> dependencyRan{false};
+    std::atomic<bool> sawDependency{false};
+    auto dependency = ZRVOperation::operationWithBlock([&] {
+      std::this_thread::sleep_for(5ms);  // gives a dependent that ignores it the time to run first
+      dependencyRan = true;
+      if (c.throws) throw std::runtime_error("failed");
+    });
+    auto dependent = ZRVOperation::operationWithBlock([&] { sawDependency = dependencyRan.load(); });
+    if (c.finishedFirst) {
+      c.dependencyQueue->addOperation(dependency);
+      dependency->waitUntilFinished();
+    }
+    dependent->addDependency(dependency);
+    ZRVOperationQueue::workQueue().addOperation(dependent);  // queued before its dependency
+    if (!c.finishedFirst) c.dependencyQueue->addOperation(dependency);
+    dependent->waitUntilFinished();
+    EXPECT_TRUE(sawDependency.load()) << c.name;
+  }
+}
+
+TEST(WorkQueue, AWaiterReturnsOnlyOnceTheItemItWaitsOnHasRun) {
+  // The item is queued but held back by a dependency, or not queued yet, or ready: in each case the waiter
+  // must neither run it early nor return before it ran.
+  ZRVOperationQueue serial("waiters", 1);
+  enum class Item { heldBack, queuedLater, ready };
+  const struct {
+    const char* name;
+    ZRVOperationQueue* waiterQueue;
+    Item item;
+  } cases[] = {
+      {"held back, waited on from the work queue", &ZRVOperationQueue::workQueue(), Item::heldBack},
+      {"held back, waited on from another queue", &serial, Item::heldBack},
+      {"not queued yet", &ZRVOperationQueue::workQueue(), Item::queuedLater},
+      {"ready, waited on from another queue", &serial, Item::ready},
+  };
+  for (const auto& c : cases) {
+    std::promise<void> open;
+    auto opened = open.get_future().share();
+    auto blocker = ZRVOperation::operationWithBlock([opened] {
+      ZRVOperationQueue::BlockingScope blocking;
+      opened.wait();
+    });
+    std::atomic<bool> itemRan{false};
+    auto item = ZRVOperation::operationWithBlock([&] { itemRan = true; });
+    if (c.item == Item::heldBack) item->addDependency(blocker);
+    std::atomic<bool> waiterDone{false};
+    std::atomic<bool> waiterSawItem{false};
+    c.waiterQueue->addOperationWithBlock([&] {
+      item->waitUntilFinished();
+      waiterSawItem = itemRan.load();
+      waiterDone = true;
+    });
+    ZRVOperationQueue::workQueue().addOperation(blocker);
+    if (c.item != Item::queuedLater) ZRVOperationQueue::workQueue().addOperation(item);
+    if (c.item != Item::ready) {
+      std::this_thread::sleep_for(20ms);  // time for a faulty waiter to return
+      EXPECT_FALSE(waiterDone.load()) << c.name;
+    }
+    open.set_value();
+    if (c.item == Item::queuedLater) ZRVOperationQueue::workQueue().addOperation(item);
+    ASSERT_TRUE(eventually([&] { return waiterDone.load(); })) << c.name;
+    EXPECT_TRUE(waiterSawItem.load()) << c.name;
+    blocker->waitUntilFinished();
+  }
+}

@@ -1,0 +1,87 @@
+#include "update/FileItem.h"
+
+#include <ZRVKit/ZRVLog.h>
+#include <ZRVKit/ZRVOperation.h>
+#include <ZRVKit/ZRVOperationQueue.h>
+
+#include "update/UpdateRun.h"
+
+#include <mutex>
+
+namespace zrv::update {
+
+namespace {
+
+// The one end of a file's work. The first report or silence wins; later calls do nothing. If the file lets go
+// of its callbacks without calling one, the ticket goes back as the last of them is destroyed.
+class FileEnding {
+ public:
+  FileEnding(FileGate::Ticket ticket, std::function<void()> finishItem)
+      : ticket_(std::move(ticket)), finishItem_(std::move(finishItem)) {}
+
+  void reported() { end(true); }
+  void wentSilent() { end(false); }
+
+ private:
+  void end(bool finishesItem) {
+    FileGate::Ticket ticket;
+    std::function<void()> finishItem;
+    {
+      std::lock_guard lock(mutex_);
+      if (ended_) return;
+      ended_ = true;
+      ticket = std::move(ticket_);
+      finishItem = std::move(finishItem_);
+    }
+    ticket.release();  // the next file may start before this item ends
+    if (finishesItem) finishItem();
+  }
+
+  std::mutex mutex_;
+  bool ended_ = false;
+  FileGate::Ticket ticket_;
+  std::function<void()> finishItem_;
+};
+
+FileCallbacks callbacksEndingIn(const std::shared_ptr<UpdateRun>& run, const std::shared_ptr<FileEnding>& ending) {
+  FileCallbacks callbacks;
+  callbacks.status = [run](const std::string& text) { run->reportStatus(text); };
+  callbacks.completion = [run, ending](bool, const std::string& text) {
+    run->reportStatus(text);
+    ending->reported();
+  };
+  callbacks.failure = [run, ending](const ZRVError& error) {
+    run->recordFileFailure(error);
+    ZRV_LOG_METHOD_ERROR("ZRVPatcher", "_patchGameFilesIfNecessary", error.localizedDescription());
+    ending->reported();
+  };
+  callbacks.settledSilently = [ending] { ending->wentSilent(); };
+  return callbacks;
+}
+
+}  // namespace
+
+FileItem makeFileItem(const std::shared_ptr<UpdateRun>& run, std::uintmax_t bytes, FileWork work) {
+  // Admission happens before the item is queued, so the queue hands the ticket over to the item's block.
+  auto admitted = std::make_shared<FileGate::Ticket>();
+  FileItem item;
+  item.bytes = bytes;
+  item.operation = ZRVOperation::asynchronousOperationWithBlock(
+      [run, admitted, work = std::move(work)](std::function<void()> finish) {
+        auto ending = std::make_shared<FileEnding>(std::move(*admitted), std::move(finish));
+        work(callbacksEndingIn(run, ending));
+      });
+  item.admit = [admitted, operation = item.operation](FileGate::Ticket ticket) {
+    *admitted = std::move(ticket);
+    ZRVOperationQueue::workQueue().addOperation(operation);
+  };
+  return item;
+}
+
+void startFileItems(UpdateRun& run, const std::vector<FileItem>& items, const std::shared_ptr<ZRVOperation>& final) {
+  for (const FileItem& item : items) final->addDependency(item.operation);
+  ZRVOperationQueue::workQueue().addOperation(final);  // holds no thread until every file's item has ended
+  for (const FileItem& item : items) run.gate().enter(item.bytes, item.admit);
+}
+
+}  // namespace zrv::update

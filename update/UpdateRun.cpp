@@ -1,0 +1,66 @@
+#include "update/UpdateRun.h"
+
+#include "foundation/LockedProperty.h"
+
+#include <utility>
+
+namespace fs = std::filesystem;
+
+namespace zrv::update {
+
+UpdateRun::UpdateRun()
+    : manifest_(std::make_shared<const ZRVJSON>(ZRVJSON::object())),
+      gate_(FileGate::make(ZRVPatcher::kFilesInFlight, ZRVPatcher::kBytesInFlight)) {}
+
+UpdateRun::UpdateRun(const UpdateRun& previous, fs::path location, Handlers handlers)
+    : location_(std::move(location)),
+      updateHandler_(std::move(handlers.update)),
+      completionHandler_(std::move(handlers.completion)),
+      failureHandler_(std::move(handlers.failure)),
+      manifest_(previous.manifest()),
+      mirrorURLs_(previous.mirrorURLs()),
+      error_(previous.error()),
+      updateSuccessful_(previous.updateSuccessful()),
+      baseProgress_(ZRVPatcher::kBaseProgress),
+      progress_(previous.progress()),  // never reset: a second run starts from the first's value
+      gate_(FileGate::make(ZRVPatcher::kFilesInFlight, ZRVPatcher::kBytesInFlight)) {}
+
+ZRV_LOCKED_PROPERTY(UpdateRun, fs::path, location, setLocation, location_)
+ZRV_LOCKED_PROPERTY(UpdateRun, ZRVPatcher::UpdateHandler, updateHandler, setUpdateHandler, updateHandler_)
+ZRV_LOCKED_PROPERTY(UpdateRun, ZRVPatcher::CompletionHandler, completionHandler, setCompletionHandler, completionHandler_)
+ZRV_LOCKED_PROPERTY(UpdateRun, ZRVPatcher::FailureHandler, failureHandler, setFailureHandler, failureHandler_)
+ZRV_LOCKED_PROPERTY(UpdateRun, std::shared_ptr<const ZRVJSON>, manifest, setManifest, manifest_)
+ZRV_LOCKED_PROPERTY(UpdateRun, std::vector<ZRVURL>, mirrorURLs, setMirrorURLs, mirrorURLs_)
+ZRV_LOCKED_PROPERTY(UpdateRun, std::optional<ZRVError>, error, setError, error_)
+
+void UpdateRun::clearOutcome() {
+  setError(std::nullopt);
+  setUpdateSuccessful(true);
+}
+
+void UpdateRun::recordFileFailure(const ZRVError& error) {
+  {
+    std::lock_guard lock(mutex_);
+    if (!error_) error_ = error;
+  }
+  setUpdateSuccessful(false);
+}
+
+void UpdateRun::reportStatus(const std::string& text) const {
+  if (auto handler = updateHandler()) handler(text, progress());
+}
+
+void UpdateRun::reportOutcome() const {
+  if (updateSuccessful()) {
+    if (auto handler = completionHandler()) handler("Everything is up to date");
+  } else if (auto handler = failureHandler()) {
+    auto first = error();
+    handler(first ? *first : ZRVError::library("ManagedFile", 0, ""));
+  }
+}
+
+void UpdateRun::reportFailure(const ZRVError& error) const {
+  if (auto handler = failureHandler()) handler(error);
+}
+
+}  // namespace zrv::update
