@@ -3,8 +3,8 @@
 // CRC, which hides everything behind it, so each block is also tried with its CRC set to that of the bytes
 // libbz2 put out before it noticed, and our decoder's bytes are compared with those even when the CRC is wrong.
 
-#include "update/BZip2BlockDecoder.h"
-#include "update/BZip2Blocks.h"
+#include "update/bzip2/BZip2BlockDecoder.h"
+#include "update/bzip2/BZip2Blocks.h"
 
 #include <bzlib.h>
 
@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+using namespace zrv::bzip2;  // the codec's internals under test
 
 namespace {
 

@@ -2,7 +2,7 @@
 // both must write the same bytes.
 
 #include "FuzzSupport.h"
-#include "update/BZip2BlockPipeline.h"
+#include "update/bzip2/BZip2BlockPipeline.h"
 
 #include <ZRVKit/ZRVExtensions.h>
 
@@ -14,6 +14,8 @@
 #include <limits>
 #include <optional>
 #include <string>
+
+using namespace zrv::bzip2;  // the codec's internals under test
 
 namespace {
 

@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   result.response->statusCode = 200;
   result.body = ZRVData(data, data + size);
   int reports = 0;
-  zrv::info::handleInvasionFeed(result, [&](bool reached, std::vector<ZRVJSON> invasions, std::optional<ZRVError> error) {
+  zrv::info::handleInvasionFeed(zrv::readJSONAnswer(std::move(result), zrv::info::kInvasionFeed), [&](bool reached, std::vector<ZRVJSON> invasions, std::optional<ZRVError> error) {
     ++reports;
     if (!reached || (error && !invasions.empty())) std::abort();
     for (const ZRVJSON& record : invasions) {

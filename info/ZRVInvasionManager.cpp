@@ -18,16 +18,8 @@
 
 namespace {
 
-// The real feed is a few kilobytes; the cap also keeps the parse of a hostile object with countless members short.
-constexpr std::size_t kMaxFeedSize = 256 * 1024;
-
 ZRVError invasionError(std::string message) {
   return ZRVError::library("Invasions", ZRVInvasionManager::kInvasionErrorCode, std::move(message));
-}
-
-ZRVError parseError(const std::string& what) {
-  return ZRVError("ZRVJSONErrorDomain", 3840,
-                  {{std::string(ZRVError::kLocalizedDescriptionKey), "The data is not valid JSON: " + what}});
 }
 
 // "<after the slash> <type> <district>" hashed, 16 digits kept and grouped 3-4-4-5. The defeated count stays
@@ -93,21 +85,17 @@ std::optional<ZRVJSON> invasionRecord(const std::string& district, const ZRVJSON
 
 namespace zrv::info {
 
-void handleInvasionFeed(const ZRVHTTPResult& result, const ZRVInvasionManager::Completion& completion) {
+void handleInvasionFeed(const JSONAnswer& answer, const ZRVInvasionManager::Completion& completion) {
+  const ZRVHTTPResult& result = answer.result;
   if (!result.response || result.response->statusCode != 200 || !result.body) {
     completion(false, {}, result.error);
     return;
   }
-  ZRVJSONReading reading = ZRVBoundedJSON::read(result.body->data(), result.body->size());
-  if (!reading.document) {
-    completion(true, {}, parseError(reading.error));
+  if (!answer.document) {
+    completion(true, {}, answer.parseFailure);
     return;
   }
-  const ZRVJSON& feed = *reading.document;
-  if (!feed.is_object()) {
-    completion(true, {}, parseError("the invasion feed is not a JSON object"));
-    return;
-  }
+  const ZRVJSON& feed = *answer.document;
 
   auto error = feed.find("error");
   if (error == feed.end() || !error->is_null()) {
@@ -142,13 +130,12 @@ void ZRVInvasionManager::currentInvasions(Completion completion) {
   auto url = ZRVHosts::URL(ZRVHost::webAPI, "/api/invasions");
   if (!url) return;
   ZRVHTTPRequest request = ZRVHTTPRequest::GET(*url);
-  request.maxBodySize = kMaxFeedSize;
   request.headers.emplace_back("User-Agent",
                                ZRVFormat("%@.OSX.InvasionManager", ZRVBundle::mainBundle().bundleIdentifier()));
-  ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
-      std::move(request), ZRVOperationQueue::workQueue(),
-      [completion = std::move(completion)](ZRVHTTPResult result) {
+  zrv::fetchJSONDocument(
+      std::move(request), zrv::info::kInvasionFeed, ZRVOperationQueue::workQueue(),
+      [completion = std::move(completion)](zrv::JSONAnswer answer) {
         // The tracker is fed even when nobody listens, so that later estimates keep their baseline.
-        zrv::info::handleInvasionFeed(result, completion ? completion : [](bool, std::vector<ZRVJSON>, std::optional<ZRVError>) {});
+        zrv::info::handleInvasionFeed(answer, completion ? completion : [](bool, std::vector<ZRVJSON>, std::optional<ZRVError>) {});
       });
 }

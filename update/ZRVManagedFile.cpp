@@ -9,10 +9,10 @@
 #include <ZRVKit/bsdiff.h>
 
 #include "foundation/LockedProperty.h"
-#include "update/BZip2Decompression.h"
+#include "update/bzip2/BZip2Decompression.h"
 #include "update/InstallFolder.h"
 #include "update/InstallPath.h"
-#include "update/PatchApplication.h"
+#include "update/bsdiff/PatchApplication.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -232,7 +232,7 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
     // A patch that unpacks to more than any download may hold came from a broken or hostile mirror and counts
     // as a failed decompression.
     if (!downloaded || !patchDescriptor ||
-        !zrv::update::decompressBZIP2ToDescriptor(*downloaded, patchDescriptor->get(), kMaxDownloadSize, nullptr)) {
+        !zrv::bzip2::decompressBZIP2ToDescriptor(*downloaded, patchDescriptor->get(), kMaxDownloadSize, nullptr)) {
       if (patchDescriptor) removeTemporaryPatch(patchFolder->get(), patchFile, temporaryPatch, 168, 166);
       continue;
     }
@@ -245,7 +245,7 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
       auto mapped = zrv::update::MappedFile::map(patchDescriptor->get());
       patchDescriptor.reset();
       // A corrupt patch throws out of here; an unreadable one reads as empty, which is corrupt too.
-      newData = mapped ? zrv::update::patchFromBytes(oldData, mapped->data(), mapped->size())
+      newData = mapped ? zrv::bsdiff::patchFromBytes(oldData, mapped->data(), mapped->size())
                        : bsdiff::dataWithData(oldData, ZRVData());
     }
     auto fileFolderDescriptor = zrv::update::openInstallFolder(installBase(), fileFolder, false);
@@ -352,8 +352,8 @@ void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion comp
         auto folder = zrv::update::openInstallFolder(self->installBase(), fs::path(self->name()).parent_path(), false, &error);
         std::optional<zrv::update::Descriptor> output;
         if (folder) output = zrv::update::createTemporaryFileIn(folder->get(), fileName, temporary, file.parent_path(), &error);
-        if (!output || !zrv::update::decompressBZIP2ToDescriptor(*result.body, output->get(),
-                                                                 zrv::update::kMaxDecompressedFileSize, &error)) {
+        if (!output || !zrv::bzip2::decompressBZIP2ToDescriptor(*result.body, output->get(),
+                                                                zrv::bzip2::kMaxDecompressedFileSize, &error)) {
           if (output) ::unlinkat(folder->get(), temporary.c_str(), 0);
           if (failure) failure(error ? *error : ZRVError::posix(EIO));
           return;

@@ -12,7 +12,7 @@
 #include <ZRVKit/ZRVOperationQueue.h>
 
 #include "foundation/AtomicFile.h"
-#include <ZRVKit/ZRVBoundedJSON.h>
+#include "foundation/JSONDocumentFetch.h"
 #include "foundation/LockedProperty.h"
 #include "update/FileItem.h"
 #include "update/InstallCleanup.h"
@@ -106,11 +106,6 @@ std::string dateText() {
   char buffer[64];
   std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &parts);
   return buffer;
-}
-
-ZRVError parseError(const std::string& what) {
-  return ZRVError("ZRVJSONErrorDomain", 3840,
-                  {{std::string(ZRVError::kLocalizedDescriptionKey), "The data is not valid JSON: " + what}});
 }
 
 bool listsPlatform(const ZRVJSON& entry, const std::string& platform) {
@@ -421,26 +416,22 @@ void ZRVPatcher::_patchingComplete(const UpdateRun& run) {
 // Fetching
 
 void ZRVPatcher::readJSON(const ZRVURL& url, ReadJSONCompletion completion) {
-  ZRVHTTPRequest request = ZRVHTTPRequest::GET(url);
-  request.maxBodySize = kMaxDocumentSize;
-  ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
-      std::move(request), ZRVOperationQueue::workQueue(), [completion = std::move(completion)](ZRVHTTPResult result) {
+  // Like the platform's reader: the top level must be an object or an array.
+  static constexpr zrv::JSONDocumentSpec kDocument{kMaxDocumentSize, zrv::JSONTopLevel::objectOrArray,
+                                                   "the document is not a JSON object or array"};
+  zrv::fetchJSONDocument(
+      ZRVHTTPRequest::GET(url), kDocument, ZRVOperationQueue::workQueue(), [completion = std::move(completion)](zrv::JSONAnswer answer) {
         if (!completion) return;
+        ZRVHTTPResult& result = answer.result;
         if (!result.body) {
           completion(false, std::nullopt, std::move(result.response), std::move(result.error));
           return;
         }
-        // Like the platform's reader: the top level must be an object or an array.
-        ZRVJSONReading reading = ZRVBoundedJSON::read(result.body->data(), result.body->size(), {kMaxDocumentSize});
-        if (!reading.document) {
-          completion(false, std::nullopt, std::move(result.response), parseError(reading.error));
+        if (!answer.document) {
+          completion(false, std::nullopt, std::move(result.response), std::move(answer.parseFailure));
           return;
         }
-        if (!(reading.document->is_object() || reading.document->is_array())) {
-          completion(false, std::nullopt, std::move(result.response), parseError("the document is not a JSON object or array"));
-          return;
-        }
-        completion(true, std::move(reading.document), std::move(result.response), std::move(result.error));
+        completion(true, std::move(answer.document), std::move(result.response), std::move(result.error));
       });
 }
 

@@ -2,14 +2,16 @@
 // bzip2 itself writes it must not need libbz2 at all.
 
 #include "tests/update/PatchBuilder.h"
-#include "update/BZip2BlockDecoder.h"
-#include "update/BZip2Blocks.h"
+#include "update/bzip2/BZip2BlockDecoder.h"
+#include "update/bzip2/BZip2Blocks.h"
 
 #include <bzlib.h>
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
+
+using namespace zrv::bzip2;  // the codec's internals under test
 
 namespace {
 

@@ -3,9 +3,9 @@
 
 #include "support/TemporaryDirectory.h"
 #include "tests/update/PatchBuilder.h"
-#include "update/BZip2BlockPipeline.h"
-#include "update/BZip2Blocks.h"
-#include "update/BZip2TablePool.h"
+#include "update/bzip2/BZip2BlockPipeline.h"
+#include "update/bzip2/BZip2Blocks.h"
+#include "update/bzip2/BZip2TablePool.h"
 
 #include <ZRVKit/ZRVExtensions.h>
 #include <ZRVKit/ZRVOperationQueue.h>
@@ -16,6 +16,8 @@
 #include <limits>
 #include <random>
 #include <thread>
+
+using namespace zrv::bzip2;  // the codec's internals under test
 
 namespace {
 

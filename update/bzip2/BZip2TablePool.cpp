@@ -8,6 +8,8 @@
 #include <mutex>
 #include <thread>
 
+namespace zrv::bzip2 {
+
 namespace BZip2TablePool {
 
 namespace {
@@ -117,3 +119,5 @@ Lease::~Lease() {
 }
 
 }  // namespace BZip2TablePool
+
+}  // namespace zrv::bzip2

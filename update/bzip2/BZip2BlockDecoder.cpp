@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace zrv::bzip2 {
+
 namespace BZip2BlockDecoder {
 
 namespace {
@@ -413,3 +415,5 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
 }
 
 }  // namespace BZip2BlockDecoder
+
+}  // namespace zrv::bzip2

@@ -7,9 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace zrv::update {
+namespace zrv::bsdiff {
 
 /// `bsdiff::patch(old, patch)` for the `size` patch bytes at `patch`, with the same failures.
 ZRVData patchFromBytes(const ZRVData& old, const std::uint8_t* patch, std::size_t size);
 
-}  // namespace zrv::update
+}  // namespace zrv::bsdiff

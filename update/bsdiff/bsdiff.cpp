@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace zrv::bsdiff {
+
 namespace {
 
 constexpr std::size_t kHeaderLength = 32;
@@ -105,9 +107,9 @@ ZRVData applyTriples(const ZRVData& old, std::int64_t newSize, std::uint64_t exp
       if (control.failed()) throw StreamFailure();
       throw corruptPatch();
     }
-    const std::int64_t add = bsdiff::offtin(triple);
-    const std::int64_t copy = bsdiff::offtin(triple + 8);
-    const std::int64_t seek = bsdiff::offtin(triple + 16);
+    const std::int64_t add = ::bsdiff::offtin(triple);
+    const std::int64_t copy = ::bsdiff::offtin(triple + 8);
+    const std::int64_t seek = ::bsdiff::offtin(triple + 16);
 
     if (add > newSize - newPosition) throw corruptPatch();
     if (add < 0) throw negativeLength(add);
@@ -135,6 +137,8 @@ ZRVData applyTriples(const ZRVData& old, std::int64_t newSize, std::uint64_t exp
 
 }  // namespace
 
+}  // namespace zrv::bsdiff
+
 namespace bsdiff {
 
 std::int64_t offtin(const std::uint8_t* bytes) {
@@ -145,15 +149,15 @@ std::int64_t offtin(const std::uint8_t* bytes) {
 }
 
 ZRVData patch(const ZRVData& old, const ZRVData& patchBytes) {
-  return zrv::update::patchFromBytes(old, patchBytes.data(), patchBytes.size());
+  return zrv::bsdiff::patchFromBytes(old, patchBytes.data(), patchBytes.size());
 }
 
 }  // namespace bsdiff
 
-namespace zrv::update {
+namespace zrv::bsdiff {
 
 ZRVData patchFromBytes(const ZRVData& old, const std::uint8_t* patchData, std::size_t size) {
-  using bsdiff::offtin;
+  using ::bsdiff::offtin;
   const ZRVData header =
       ZRVExtensions::subdata(ZRVData(patchData, patchData + std::min(size, kHeaderLength)), 0, kHeaderLength);
   bool compressed;
@@ -210,7 +214,7 @@ ZRVData patchFromBytes(const ZRVData& old, const std::uint8_t* patchData, std::s
   return result;
 }
 
-}  // namespace zrv::update
+}  // namespace zrv::bsdiff
 
 namespace bsdiff {
 

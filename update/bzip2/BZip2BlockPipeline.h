@@ -18,6 +18,8 @@
 #include <memory>
 #include <vector>
 
+namespace zrv::bzip2 {
+
 class BZip2BlockPipeline {
  public:
   using Chunk = BZip2BlockDecoder::Chunk;
@@ -42,3 +44,5 @@ class BZip2BlockPipeline {
   struct Shared;
   std::shared_ptr<Shared> shared_;
 };
+
+}  // namespace zrv::bzip2

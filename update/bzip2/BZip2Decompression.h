@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace zrv::update {
+namespace zrv::bzip2 {
 
 /// No game file comes near this; a stream that decompresses to more is a bomb, and decompressing it to disk
 /// fails like a write failure (domain "BZip2", code EFBIG) once the limit is reached.
@@ -17,4 +17,4 @@ inline constexpr std::uint64_t kMaxDecompressedFileSize = std::uint64_t{8} << 30
 /// at most `maxBytes` of output.
 bool decompressBZIP2ToDescriptor(const ZRVData& data, int fd, std::uint64_t maxBytes, std::optional<ZRVError>* error);
 
-}  // namespace zrv::update
+}  // namespace zrv::bzip2

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <climits>
 
+namespace zrv::bzip2 {
+
 namespace {
 constexpr std::size_t kLargestPass = std::size_t{1} << 30;  // well within libbz2's unsigned int counters
 }
@@ -45,3 +47,5 @@ std::size_t BZip2StreamDecoder::read(std::uint8_t* out, std::size_t capacity) {
   }
   return produced;
 }
+
+}  // namespace zrv::bzip2

@@ -14,6 +14,8 @@
 
 #include <unistd.h>
 
+namespace zrv::bzip2 {
+
 namespace {
 
 constexpr std::string_view kBZip2Domain = "BZip2";
@@ -142,6 +144,8 @@ bool decompressInto(bz_stream& stream, std::FILE* file, const ZRVData& data, std
 
 }  // namespace
 
+}  // namespace zrv::bzip2
+
 namespace ZRVExtensions {
 
 bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesystem::path& destination,
@@ -150,22 +154,22 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
 
   bz_stream stream{};
   if (int result = BZ2_bzDecompressInit(&stream, 0, 0); result != BZ_OK) {
-    report(error, result);
+    zrv::bzip2::report(error, result);
     return false;
   }
   std::FILE* file = std::fopen(destination.c_str(), "w");
   if (!file) {
     int openError = errno;
     BZ2_bzDecompressEnd(&stream);
-    report(error, openError);
+    zrv::bzip2::report(error, openError);
     return false;
   }
-  return decompressInto(stream, file, data, zrv::update::kMaxDecompressedFileSize, error);
+  return zrv::bzip2::decompressInto(stream, file, data, zrv::bzip2::kMaxDecompressedFileSize, error);
 }
 
 }  // namespace ZRVExtensions
 
-namespace zrv::update {
+namespace zrv::bzip2 {
 
 bool decompressBZIP2ToDescriptor(const ZRVData& data, int fd, std::uint64_t maxBytes, std::optional<ZRVError>* error) {
   if (error) *error = std::nullopt;
@@ -186,4 +190,4 @@ bool decompressBZIP2ToDescriptor(const ZRVData& data, int fd, std::uint64_t maxB
   return decompressInto(stream, file, data, maxBytes, error);
 }
 
-}  // namespace zrv::update
+}  // namespace zrv::bzip2

@@ -14,6 +14,8 @@
 #include <mutex>
 #include <thread>
 
+namespace zrv::bzip2 {
+
 std::atomic<std::size_t> BZip2BlockPipeline::minimumInputLength{32 * 1024};
 
 namespace {
@@ -266,3 +268,5 @@ BZip2BlockPipeline::Next BZip2BlockPipeline::next(std::vector<Chunk>& chunks) {
     });
   }
 }
+
+}  // namespace zrv::bzip2

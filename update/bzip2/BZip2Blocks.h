@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <optional>
 
+namespace zrv::bzip2 {
+
 namespace BZip2Blocks {
 
 constexpr std::uint64_t kBlockMagic = 0x314159265359;
@@ -39,3 +41,5 @@ inline std::uint32_t combineCRC(std::uint32_t combined, std::uint32_t blockCRC) 
 }
 
 }  // namespace BZip2Blocks
+
+}  // namespace zrv::bzip2

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace zrv::bzip2 {
+
 class BZip2StreamDecoder {
  public:
   enum class State { decoding, finished, failed };
@@ -29,3 +31,5 @@ class BZip2StreamDecoder {
   State state_ = State::decoding;
   bool initialised_ = false;
 };
+
+}  // namespace zrv::bzip2

@@ -10,6 +10,8 @@
 #include <memory>
 #include <vector>
 
+namespace zrv::bzip2 {
+
 namespace BZip2BlockDecoder {
 
 struct Chunk {
@@ -37,3 +39,5 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
 std::uint32_t updateCRC(std::uint32_t crc, const std::uint8_t* bytes, std::size_t length);
 
 }  // namespace BZip2BlockDecoder
+
+}  // namespace zrv::bzip2

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstring>
 
+namespace zrv::bzip2 {
+
 namespace BZip2Blocks {
 
 namespace {
@@ -123,3 +125,5 @@ ZRVData singleBlockStream(const std::uint8_t* data, std::size_t length, std::uin
 }
 
 }  // namespace BZip2Blocks
+
+}  // namespace zrv::bzip2

@@ -2,11 +2,13 @@
 // One of the three streams of a patch (control, diff, extra), read forward from its start: stored raw
 // ("BSDIFN40") or bzip2-compressed ("BSDIFF40"). Each runs from its start to the end of the patch.
 
-#include "BZip2StreamDecoder.h"
+#include "update/bzip2/BZip2StreamDecoder.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+
+namespace zrv::bsdiff {
 
 class PatchStream {
  public:
@@ -14,12 +16,14 @@ class PatchStream {
 
   /// Reads up to `count` bytes into `out`; fewer only at the end of the stream or when it fails to decode.
   std::size_t read(std::uint8_t* out, std::size_t count);
-  bool failed() const { return decoder_ && decoder_->state() == BZip2StreamDecoder::State::failed; }
+  bool failed() const { return decoder_ && decoder_->state() == bzip2::BZip2StreamDecoder::State::failed; }
   /// Decodes the rest of the stream without keeping it; true when the whole stream decodes.
   bool validate();
 
  private:
   const std::uint8_t* raw_;
   std::size_t rawLength_;
-  std::unique_ptr<BZip2StreamDecoder> decoder_;
+  std::unique_ptr<bzip2::BZip2StreamDecoder> decoder_;
 };
+
+}  // namespace zrv::bsdiff

@@ -11,6 +11,8 @@
 #include <memory>
 #include <vector>
 
+namespace zrv::bzip2 {
+
 namespace BZip2TablePool {
 
 struct Tables {
@@ -55,3 +57,5 @@ std::size_t capacity();
 std::size_t setsMade();
 
 }  // namespace BZip2TablePool
+
+}  // namespace zrv::bzip2

@@ -4,9 +4,11 @@
 #include <cstring>
 #include <vector>
 
+namespace zrv::bsdiff {
+
 PatchStream::PatchStream(const std::uint8_t* begin, std::size_t length, bool compressed)
     : raw_(begin), rawLength_(length) {
-  if (compressed) decoder_ = std::make_unique<BZip2StreamDecoder>(begin, length);
+  if (compressed) decoder_ = std::make_unique<bzip2::BZip2StreamDecoder>(begin, length);
 }
 
 std::size_t PatchStream::read(std::uint8_t* out, std::size_t count) {
@@ -21,9 +23,11 @@ std::size_t PatchStream::read(std::uint8_t* out, std::size_t count) {
 bool PatchStream::validate() {
   if (!decoder_) return true;
   std::vector<std::uint8_t> scratch;
-  while (decoder_->state() == BZip2StreamDecoder::State::decoding) {
+  while (decoder_->state() == bzip2::BZip2StreamDecoder::State::decoding) {
     if (scratch.empty()) scratch.resize(64 * 1024);
     decoder_->read(scratch.data(), scratch.size());
   }
-  return decoder_->state() == BZip2StreamDecoder::State::finished;
+  return decoder_->state() == bzip2::BZip2StreamDecoder::State::finished;
 }
+
+}  // namespace zrv::bsdiff
