@@ -2,9 +2,13 @@
 
 #include <openssl/evp.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
+#include <vector>
+
+#include <unistd.h>
 
 namespace {
 
@@ -62,6 +66,20 @@ std::string sha1Hash(const std::filesystem::path& file) {
       if (std::ferror(handle.get())) return "";  // a folder, or a read error
       break;
     }
+  }
+  return finishSHA1(context.get());
+}
+
+std::string sha1HashOfDescriptor(int fd) {
+  DigestContext context = startSHA1();
+  std::vector<std::uint8_t> buffer(1 << 20);
+  for (off_t offset = 0;;) {
+    ssize_t count = ::pread(fd, buffer.data(), buffer.size(), offset);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return "";
+    if (count == 0) break;
+    EVP_DigestUpdate(context.get(), buffer.data(), static_cast<std::size_t>(count));
+    offset += count;
   }
   return finishSHA1(context.get());
 }

@@ -8,9 +8,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <thread>
+
+#include <unistd.h>
 
 // ---------------------------------------------------------------------------------------------------------
 // Requests and responses
@@ -58,8 +62,12 @@ struct Transfer {
   curl_slist* headerList = nullptr;
   ZRVData body;
   ZRVHTTPResponse response;
+  std::uint64_t bodyLength = 0;
+  std::size_t chargedBytes = 0;  ///< what this body counts against kMaxBodyBytesInMemory
   bool bodyTooLarge = false;
+  bool overMemoryBudget = false;
   bool outOfMemory = false;
+  int writeFailure = 0;
   bool stalled = false;
   curl_off_t lastMoved = -1;
   std::chrono::steady_clock::time_point lastProgress = std::chrono::steady_clock::now();
@@ -68,20 +76,64 @@ struct Transfer {
   std::shared_ptr<ZRVTransferObserver> observer;
   ZRVTransferState observed;
 
-  ~Transfer() {
-    if (easy) curl_easy_cleanup(easy);
-    if (headerList) curl_slist_free_all(headerList);
-  }
+  ~Transfer();
 };
 
+// What the bodies held in memory by all transfers under way take together.
+std::atomic<std::size_t> bodyBytesInMemory{0};
+
+Transfer::~Transfer() {
+  bodyBytesInMemory.fetch_sub(chargedBytes);
+  if (easy) curl_easy_cleanup(easy);
+  if (headerList) curl_slist_free_all(headerList);
+}
+
 constexpr std::size_t kMaxUpfrontReservation = std::size_t{16} << 20;
+
+// Reserves `capacity` bytes for the body, charging what it adds against the budget of all bodies in memory.
+bool reserveBody(Transfer& transfer, std::size_t capacity) {
+  if (capacity <= transfer.body.capacity()) return true;
+  const std::size_t charged = std::max(transfer.chargedBytes, transfer.body.capacity());
+  const std::size_t added = capacity > charged ? capacity - charged : 0;
+  if (bodyBytesInMemory.fetch_add(added) + added > ZRVHTTPClient::kMaxBodyBytesInMemory) {
+    bodyBytesInMemory.fetch_sub(added);
+    transfer.overMemoryBudget = true;
+    return false;
+  }
+  transfer.chargedBytes += added;
+  transfer.body.reserve(capacity);
+  return true;
+}
+
+// A body that goes to a descriptor: written through at once, nothing held.
+size_t writeBodyThrough(Transfer& transfer, const char* data, size_t length) {
+  for (size_t done = 0; done < length;) {
+    ssize_t count = ::write(transfer.request.bodyDescriptor, data + done, length - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) {
+      transfer.writeFailure = count < 0 ? errno : EIO;
+      return 0;
+    }
+    done += static_cast<size_t>(count);
+  }
+  return length;
+}
 
 size_t receiveBody(char* data, size_t size, size_t count, void* context) {
   auto& transfer = *static_cast<Transfer*>(context);
   size_t length = size * count;
-  if (transfer.body.size() + length > transfer.request.maxBodySize) {
+  if (transfer.bodyLength + length > transfer.request.maxBodySize) {
     transfer.bodyTooLarge = true;
     return 0;  // makes libcurl fail the transfer
+  }
+  if (transfer.request.bodyDescriptor >= 0) {
+    if (writeBodyThrough(transfer, data, length) != length) return 0;
+    transfer.bodyLength += length;
+    if (transfer.observer) {
+      transfer.observed.received += length;
+      transfer.observer->transferProgressed(transfer.observed);
+    }
+    return length;
   }
   // Nothing may be thrown through libcurl: an answer that memory cannot hold fails like an oversized one.
   // The announced length is believed only up to kMaxUpfrontReservation: a server may claim gigabytes and send
@@ -92,15 +144,17 @@ size_t receiveBody(char* data, size_t size, size_t count, void* context) {
     if (transfer.body.empty()) {
       curl_off_t expected = -1;
       curl_easy_getinfo(transfer.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &expected);
-      if (expected > 0 && static_cast<std::uint64_t>(expected) <= transfer.request.maxBodySize) {
-        transfer.body.reserve(std::max(needed, std::min(static_cast<size_t>(expected), kMaxUpfrontReservation)));
+      if (expected > 0 && static_cast<std::uint64_t>(expected) <= transfer.request.maxBodySize &&
+          !reserveBody(transfer, std::max(needed, std::min(static_cast<size_t>(expected), kMaxUpfrontReservation)))) {
+        return 0;
       }
     }
     if (needed > transfer.body.capacity()) {
       std::size_t grown = transfer.body.capacity() + transfer.body.capacity() / 2;
-      transfer.body.reserve(std::min(transfer.request.maxBodySize, std::max(needed, grown)));
+      if (!reserveBody(transfer, std::min(transfer.request.maxBodySize, std::max(needed, grown)))) return 0;
     }
     transfer.body.insert(transfer.body.end(), data, data + length);
+    transfer.bodyLength += length;
   } catch (const std::bad_alloc&) {
     transfer.outOfMemory = true;
     return 0;
@@ -215,6 +269,7 @@ ZRVHTTPResult finish(Transfer& transfer, CURLcode code) {
     }
     result.response = std::move(transfer.response);
     result.body = std::move(transfer.body);
+    result.bodyLength = transfer.bodyLength;
     return result;
   }
   std::string description;
@@ -225,6 +280,11 @@ ZRVHTTPResult finish(Transfer& transfer, CURLcode code) {
                             static_cast<long>(transfer.idleTimeout.count()));
   } else if (transfer.bodyTooLarge) {
     description = ZRVFormat("The answer is larger than the limit of %lu bytes.", transfer.request.maxBodySize);
+  } else if (transfer.overMemoryBudget) {
+    description = ZRVFormat("The answers under way already hold the limit of %lu bytes in memory.",
+                            ZRVHTTPClient::kMaxBodyBytesInMemory);
+  } else if (transfer.writeFailure != 0) {
+    description = ZRVFormat("The answer could not be written: %s.", std::strerror(transfer.writeFailure));
   } else if (transfer.outOfMemory) {
     description = "There is not enough memory for the answer.";
   } else {

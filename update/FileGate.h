@@ -2,9 +2,8 @@
 // Lets a bounded number of game files be worked on at once, without a thread waiting for a turn: a file
 // that cannot start now is started by the one that leaves. The updater queues a file's work item only from
 // `start`, so a waiting file is no queued work either and cannot make the work queue start threads. Besides
-// the count, the bytes of the installed files in flight are bounded, since patching holds a file's old and
-// new contents in memory: a few very large files go one or two at a time instead of eight. A file larger
-// than the whole budget still goes, alone.
+// the count, the bytes that the files in flight hold in memory are bounded, each file counted at what its
+// caller says it will hold. A file that claims more than the whole budget still goes, alone.
 //
 // A file's place is a Ticket, handed to `start`. The place is given back when the ticket is released or
 // destroyed, whichever comes first, and only then: a ticket cannot be copied, and a released ticket is empty.

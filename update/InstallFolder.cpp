@@ -110,6 +110,10 @@ std::optional<MappedFile> MappedFile::map(int fd) {
 MappedFile::MappedFile(MappedFile&& other) noexcept
     : address_(std::exchange(other.address_, nullptr)), size_(std::exchange(other.size_, 0)) {}
 
+void MappedFile::releasePages() const {
+  if (address_) ::madvise(address_, size_, MADV_DONTNEED);
+}
+
 MappedFile::~MappedFile() {
   if (address_) ::munmap(address_, size_);
 }

@@ -82,6 +82,9 @@ class MappedFile {
 
   const std::uint8_t* data() const { return static_cast<const std::uint8_t*>(address_); }
   std::size_t size() const { return size_; }
+  /// Lets go of the pages read so far: they no longer count as the process's memory and are read from the
+  /// file again if used again. Reading a large file through the mapping calls this now and then.
+  void releasePages() const;
 
  private:
   MappedFile(void* address, std::size_t size) : address_(address), size_(size) {}

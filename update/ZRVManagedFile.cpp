@@ -20,7 +20,6 @@
 #include <deque>
 
 namespace fs = std::filesystem;
-using zrv::update::readWholeFile;
 
 namespace {
 
@@ -46,6 +45,107 @@ void removeTemporaryPatch(int folder, const std::string& name, const fs::path& f
 ZRVError noDataError() {
   return ZRVError(std::string(ZRVError::kHTTPDomain), 0,
                   {{std::string(ZRVError::kLocalizedDescriptionKey), "The mirror sent no data."}});
+}
+
+// A download's body kept in a temporary file beside the game file (".NAME.PID.N.partial", made the way every
+// temporary file of the install is) rather than in memory, so that a huge or endless answer costs disk up to
+// the download cap, not memory. The file goes with the object.
+class BodyFile {
+ public:
+  /// Nothing when the file's folder cannot be reached or the file not made; the body is then held in memory.
+  static std::shared_ptr<BodyFile> create(const fs::path& installBase, const fs::path& folder, const std::string& forName) {
+    auto opened = zrv::update::openInstallFolder(installBase, folder, false);
+    if (!opened) return nullptr;
+    auto body = std::make_shared<BodyFile>();
+    auto file = zrv::update::createTemporaryFileIn(opened->get(), forName, body->name_, installBase / folder);
+    if (!file) return nullptr;
+    body->folder_ = std::move(*opened);
+    body->file_ = std::move(*file);
+    return body;
+  }
+  BodyFile() = default;
+  BodyFile(const BodyFile&) = delete;
+  BodyFile& operator=(const BodyFile&) = delete;
+  ~BodyFile() {
+    if (file_) ::unlinkat(folder_.get(), name_.c_str(), 0);
+  }
+
+  int fd() const { return file_.get(); }
+
+ private:
+  zrv::update::Descriptor folder_;
+  zrv::update::Descriptor file_;
+  std::string name_;
+};
+
+// The downloaded (compressed) bytes, wherever they were put: mapped from the body file, or held in memory.
+class DownloadedBytes {
+ public:
+  DownloadedBytes(const std::shared_ptr<BodyFile>& file, const ZRVData& held)
+      : held_(held), mapped_(file ? zrv::update::MappedFile::map(file->fd()) : std::nullopt), fromFile_(file != nullptr) {}
+  /// False when the body file could not be mapped (its bytes are then unknown).
+  bool readable() const { return !fromFile_ || mapped_.has_value(); }
+  const std::uint8_t* data() const { return fromFile_ ? (mapped_ ? mapped_->data() : nullptr) : held_.data(); }
+  std::size_t size() const { return fromFile_ ? (mapped_ ? mapped_->size() : 0) : held_.size(); }
+  void releasePages() const {
+    if (mapped_) mapped_->releasePages();
+  }
+  std::string sha1(const std::shared_ptr<BodyFile>& file) const {
+    return fromFile_ ? ZRVExtensions::sha1HashOfDescriptor(file->fd()) : ZRVExtensions::sha1Hash(held_);
+  }
+
+ private:
+  const ZRVData& held_;
+  std::optional<zrv::update::MappedFile> mapped_;
+  bool fromFile_ = false;
+};
+
+// The installed file, mapped read-only for the patch to read from; unreadable reads as empty.
+std::optional<zrv::update::MappedFile> mapInstalledFile(const fs::path& file) {
+  zrv::update::Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!opened) return std::nullopt;
+  return zrv::update::MappedFile::map(opened.get());
+}
+
+// Applies the decompressed patch in `patchDescriptor` to the `oldSize` old bytes at `old` and puts the new file
+// at `file` (below `installBase`, in `fileFolder`); false when it could not be written.
+bool writePatchedFile(const std::uint8_t* old, std::size_t oldSize, zrv::update::Descriptor& patchDescriptor,
+                      const fs::path& installBase, const fs::path& fileFolder, const fs::path& file,
+                      const std::function<void()>& releaseOld) {
+  // The patch is used from its file, mapped, not copied into memory; the new file is written to a temporary
+  // file beside the game file and renamed into place, the same outcome as writing it whole. A corrupt patch
+  // throws out of here (an unreadable one reads as empty, which is corrupt too); nothing is left behind.
+  auto mapped = zrv::update::MappedFile::map(patchDescriptor.get());
+  patchDescriptor = zrv::update::Descriptor();
+  static const std::uint8_t kNoPatch = 0;
+  const std::uint8_t* patch = mapped ? mapped->data() : &kNoPatch;
+  const std::size_t patchSize = mapped ? mapped->size() : 0;
+  const std::string fileName = file.filename().string();
+  auto folder = zrv::update::openInstallFolder(installBase, fileFolder, false);
+  std::string temporary;
+  std::optional<zrv::update::Descriptor> output;
+  if (folder) output = zrv::update::createTemporaryFileIn(folder->get(), fileName, temporary, {});
+  int failure = 0;
+  try {
+    // Without a place to write to the patch is still applied through, into nothing: a corrupt patch must
+    // fail as such first.
+    failure = zrv::bsdiff::patchToDescriptor(old, oldSize, patch, patchSize, output ? output->get() : -1,
+                                             zrv::bzip2::kMaxDecompressedFileSize, [&] {
+                                               if (mapped) mapped->releasePages();
+                                               if (releaseOld) releaseOld();
+                                             });
+  } catch (...) {
+    if (output) ::unlinkat(folder->get(), temporary.c_str(), 0);
+    throw;
+  }
+  if (!output) return false;
+  bool written = failure == 0 && ::fsync(output->get()) == 0;
+  output.reset();
+  if (!written || !zrv::update::replaceIn(folder->get(), temporary, fileName)) {
+    ::unlinkat(folder->get(), temporary.c_str(), 0);
+    return false;
+  }
+  return true;
 }
 
 // One download that moves through the mirrors in order until one attempt succeeds. Each pending callback
@@ -192,26 +292,32 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
   }
 
   const fs::path file = location();
+  const fs::path fileFolder = fs::path(name()).parent_path();
   std::optional<ZRVError> lastError;
   for (const ZRVURL& mirror : mirrors) {
-    std::optional<ZRVData> downloaded;
+    // The compressed patch goes to a temporary file beside the game file, not into memory.
+    std::shared_ptr<BodyFile> bodyFile = BodyFile::create(installBase(), fileFolder, file.filename().string());
+    ZRVData held;
+    bool arrived = false;
     auto url = mirror.URLByAppendingPathComponent(*filename);
     if (url) {
       ZRVHTTPRequest request = ZRVHTTPRequest::GET(*url);
       request.maxBodySize = kMaxDownloadSize;
+      if (bodyFile) request.bodyDescriptor = bodyFile->fd();
       ZRVHTTPResult result = ZRVHTTPClient::sharedClient().sendSynchronousRequest(request);
-      downloaded = std::move(result.body);
-      if (!downloaded) lastError = result.error ? *result.error : noDataError();
+      arrived = result.body.has_value();
+      if (arrived) held = std::move(*result.body);
+      else lastError = result.error ? *result.error : noDataError();
       ZRVLog::format("%@", url->absoluteString());
     }
+    DownloadedBytes downloaded(arrived ? bodyFile : nullptr, held);
     // A mismatch is remembered but the bytes are still tried: the servers' hashes have been known to lag.
-    if (!downloaded || ZRVExtensions::sha1Hash(*downloaded) != *compPatchHash) {
+    if (!arrived || downloaded.sha1(bodyFile) != *compPatchHash) {
       lastError = ZRVError::library("ManagedFile", 4, text("MANAGED_FILE_INVALID_COMPRESSED_HASH"));
     }
 
     // The temporary folder beside the file and everything in it are reached from the install folder one
     // name at a time, never through a link: a link planted at ".tmp" (or at the patch file) is refused.
-    const fs::path fileFolder = fs::path(name()).parent_path();
     fs::path temporaryFolder = file.parent_path() / ".tmp";
     std::optional<ZRVError> folderError;
     auto folder = zrv::update::openInstallFolder(installBase(), fileFolder / ".tmp", true, &folderError);
@@ -227,30 +333,23 @@ bool ZRVManagedFile::applyPatch(const ZRVJSON& patch, const std::vector<ZRVURL>&
     const std::string patchFile = patchName.filename().string();
     std::optional<zrv::update::Descriptor> patchDescriptor;
     if (patchFolder) patchDescriptor = zrv::update::createFileIn(patchFolder->get(), patchFile, true, temporaryPatch);
-    ZRVData oldData;
-    readWholeFile(file, oldData);
+    // The installed file is read through a mapping, never copied whole into memory.
+    auto old = mapInstalledFile(file);
     // A patch that unpacks to more than any download may hold came from a broken or hostile mirror and counts
     // as a failed decompression.
-    if (!downloaded || !patchDescriptor ||
-        !zrv::bzip2::decompressBZIP2ToDescriptor(*downloaded, patchDescriptor->get(), kMaxDownloadSize, nullptr)) {
+    if (!arrived || !downloaded.readable() || !patchDescriptor ||
+        !zrv::bzip2::decompressBZIP2ToDescriptor(downloaded.data(), downloaded.size(), patchDescriptor->get(),
+                                                  kMaxDownloadSize, nullptr, [&] { downloaded.releasePages(); })) {
       if (patchDescriptor) removeTemporaryPatch(patchFolder->get(), patchFile, temporaryPatch, 168, 166);
       continue;
     }
+    bodyFile.reset();  // the compressed patch is no longer needed
 
     ZRVLog::write("Decompressing Patch");
-    // The patch is used from the file, mapped, not copied into memory: however far it decompressed, only the
-    // parts the patch steps actually read are touched.
-    ZRVData newData;
-    {
-      auto mapped = zrv::update::MappedFile::map(patchDescriptor->get());
-      patchDescriptor.reset();
-      // A corrupt patch throws out of here; an unreadable one reads as empty, which is corrupt too.
-      newData = mapped ? zrv::bsdiff::patchFromBytes(oldData, mapped->data(), mapped->size())
-                       : bsdiff::dataWithData(oldData, ZRVData());
-    }
-    auto fileFolderDescriptor = zrv::update::openInstallFolder(installBase(), fileFolder, false);
-    if (fileFolderDescriptor && zrv::update::writeFileAtomicallyIn(fileFolderDescriptor->get(), file.filename().string(),
-                                                                   newData.data(), newData.size())) {
+    if (writePatchedFile(old ? old->data() : nullptr, old ? old->size() : 0, *patchDescriptor, installBase(),
+                         fileFolder, file, [&] {
+                           if (old) old->releasePages();
+                         })) {
       ZRVLog::write("Patched");
       removeTemporaryPatch(patchFolder->get(), patchFile, temporaryPatch, 168, 166);
       return true;
@@ -335,13 +434,19 @@ void ZRVManagedFile::downloadPatch(const ZRVJSON& patch, const std::vector<ZRVUR
 void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion completion, FailureCallback failure) {
   ZRVHTTPRequest request = ZRVHTTPRequest::GET(url);
   request.maxBodySize = kMaxDownloadSize;
+  // The compressed file goes to a temporary file beside the game file as it arrives, not into memory.
+  std::shared_ptr<BodyFile> bodyFile =
+      BodyFile::create(installBase(), fs::path(name()).parent_path(), location().filename().string());
+  if (bodyFile) request.bodyDescriptor = bodyFile->fd();
   ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
       std::move(request), ZRVOperationQueue::workQueue(),
-      [self = shared_from_this(), completion = std::move(completion), failure = std::move(failure)](ZRVHTTPResult result) {
+      [self = shared_from_this(), bodyFile, completion = std::move(completion),
+       failure = std::move(failure)](ZRVHTTPResult result) mutable {
         if (!result.body) {
           if (failure) failure(result.error ? *result.error : noDataError());
           return;
         }
+        DownloadedBytes downloaded(bodyFile, *result.body);
         // Decompressed beside the file and renamed over it: a link at the file's place is replaced, never
         // written through, and a reader never sees half a file. The file's folder is reached from the install
         // folder without following links, and the temporary file is made new, so no link can redirect it.
@@ -352,8 +457,11 @@ void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion comp
         auto folder = zrv::update::openInstallFolder(self->installBase(), fs::path(self->name()).parent_path(), false, &error);
         std::optional<zrv::update::Descriptor> output;
         if (folder) output = zrv::update::createTemporaryFileIn(folder->get(), fileName, temporary, file.parent_path(), &error);
-        if (!output || !zrv::bzip2::decompressBZIP2ToDescriptor(*result.body, output->get(),
-                                                                zrv::bzip2::kMaxDecompressedFileSize, &error)) {
+        if (!downloaded.readable() && !error) error = ZRVError::posix(errno);
+        if (!output || !downloaded.readable() ||
+            !zrv::bzip2::decompressBZIP2ToDescriptor(downloaded.data(), downloaded.size(), output->get(),
+                                                      zrv::bzip2::kMaxDecompressedFileSize, &error,
+                                                      [&] { downloaded.releasePages(); })) {
           if (output) ::unlinkat(folder->get(), temporary.c_str(), 0);
           if (failure) failure(error ? *error : ZRVError::posix(EIO));
           return;
@@ -365,6 +473,8 @@ void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion comp
           if (failure) failure(renameFailure);
           return;
         }
-        if (completion) completion(true, file, ZRVExtensions::sha1Hash(*result.body), ZRVExtensions::sha1Hash(file));
+        const std::string compressedHash = downloaded.sha1(bodyFile);
+        bodyFile.reset();
+        if (completion) completion(true, file, compressedHash, ZRVExtensions::sha1Hash(file));
       });
 }

@@ -19,6 +19,8 @@ ZRVKIT_EXPORT std::string sha1Hash(const ZRVData& data);
 ZRVKIT_EXPORT std::string sha1Hash(const std::uint8_t* bytes, std::size_t length);
 /// SHA-1 of a file's contents as above; "" when the file cannot be read.
 ZRVKIT_EXPORT std::string sha1Hash(const std::filesystem::path& file);
+/// SHA-1 of the contents of the open file `fd` from its start, read in pieces; "" when it cannot be read.
+ZRVKIT_EXPORT std::string sha1HashOfDescriptor(int fd);
 
 /// SHA-1 of a string's UTF-8 text, cut to as many bytes as the text has UTF-16 code units. For ASCII that is
 /// the whole text; for other text a prefix. Stored identifiers depend on this rule.

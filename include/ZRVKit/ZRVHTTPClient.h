@@ -19,6 +19,11 @@ class ZRVKIT_EXPORT ZRVHTTPClient {
  public:
   using Completion = std::function<void(ZRVHTTPResult result)>;
 
+  /// The bodies of all transfers under way that are held in memory (not written to a descriptor) may hold
+  /// this much together; a transfer whose body would take more fails like one over its own size cap, so that
+  /// several huge or endless answers at once cannot add up. Each request's `maxBodySize` bounds it alone.
+  static constexpr std::size_t kMaxBodyBytesInMemory = std::size_t{1} << 30;
+
   /// The one client of the process; its transfer thread starts with the first asynchronous request.
   static ZRVHTTPClient& sharedClient();
 

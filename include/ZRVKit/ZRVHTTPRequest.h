@@ -25,6 +25,10 @@ struct ZRVKIT_EXPORT ZRVHTTPRequest {
   std::chrono::milliseconds idleTimeout = kDefaultIdleTimeout;
   bool followRedirects = true;
   std::size_t maxBodySize = kDefaultMaxBodySize;
+  /// When set (an open descriptor), the body is written there as it arrives, from the descriptor's offset,
+  /// instead of being held: the result's `body` is then empty and its `bodyLength` counts the bytes written.
+  /// `maxBodySize` still applies. The descriptor stays the caller's and must stay open until the result.
+  int bodyDescriptor = -1;
 
   /// A GET of `url` that ignores any local cache.
   static ZRVHTTPRequest GET(ZRVURL url);

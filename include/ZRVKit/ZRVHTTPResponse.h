@@ -6,6 +6,7 @@
 #include <ZRVKit/ZRVKitExport.h>
 #include <ZRVKit/ZRVURL.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,5 +26,7 @@ struct ZRVKIT_EXPORT ZRVHTTPResponse {
 struct ZRVKIT_EXPORT ZRVHTTPResult {
   std::optional<ZRVHTTPResponse> response;
   std::optional<ZRVData> body;
+  /// The body's length in bytes, also when it went to the request's `bodyDescriptor` rather than into `body`.
+  std::uint64_t bodyLength = 0;
   std::optional<ZRVError> error;
 };

@@ -28,6 +28,10 @@ class ZRVKIT_EXPORT ZRVManagedFile : public std::enable_shared_from_this<ZRVMana
 
   /// Whole downloads above this size count as failed downloads, so that a hostile mirror cannot exhaust memory.
   static constexpr std::size_t kMaxDownloadSize = std::size_t{2} << 30;
+  /// About what updating one file holds in memory at most, whatever the file's size: downloads go to a
+  /// temporary file beside it, the installed file and the patch are read through mappings whose pages are let
+  /// go every 16 MiB, and the new file is written through a fixed buffer; the rest is the decoders' tables.
+  static constexpr std::size_t kBytesHeldWhileUpdating = std::size_t{64} << 20;
 
   /// Nothing when the file's location cannot be formed. `download` absent: the name is downloaded.
   static std::shared_ptr<ZRVManagedFile> initWithFilename(const std::string& name,

@@ -9,6 +9,9 @@
 #include <set>
 #include <thread>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -117,6 +120,46 @@ TEST(HTTPClient, TransportFailuresHaveNoBody) {
   ASSERT_TRUE(notFollowed.response);
   EXPECT_EQ(notFollowed.response->statusCode, 302);
   EXPECT_EQ(notFollowed.response->header("location"), "/elsewhere");
+}
+
+TEST(HTTPClient, BodiesForADescriptorAreWrittenThereNotHeld) {
+  LoopbackServer server;
+  const std::string text(300 * 1024, 'x');
+  server.on("GET", "/file", ScriptedResponse::text(text));
+  server.on("GET", "/endless", [] {
+    auto response = ScriptedResponse::text("");
+    response.endless = true;
+    return response;
+  }());
+  struct Case {
+    const char* name;
+    const char* path;
+    std::optional<long> failure;
+    std::size_t written;  // at most, for a failure
+  } cases[] = {
+      {"an answer", "/file", std::nullopt, text.size()},
+      {"an endless answer stops at the cap", "/endless", 23, 1 << 20},
+  };
+  for (const Case& c : cases) {
+    int fd = ::memfd_create("body", MFD_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    auto request = ZRVHTTPRequest::GET(urlOf(server, c.path));
+    request.maxBodySize = 1 << 20;
+    request.bodyDescriptor = fd;
+    auto result = fetch(request);
+    const auto length = static_cast<std::size_t>(::lseek(fd, 0, SEEK_END));
+    ::close(fd);
+    if (c.failure) {
+      ASSERT_TRUE(result.error) << c.name;
+      EXPECT_EQ(result.error->code(), *c.failure) << c.name;
+      EXPECT_LE(length, c.written) << c.name;
+    } else {
+      ASSERT_TRUE(result.body) << c.name;
+      EXPECT_TRUE(result.body->empty()) << c.name;
+      EXPECT_EQ(result.bodyLength, c.written) << c.name;
+      EXPECT_EQ(length, c.written) << c.name;
+    }
+  }
 }
 
 TEST(HTTPClient, SlowButSteadyTransfersAreNotCutOff) {

@@ -5,6 +5,8 @@
 #include <ZRVKit/ZRVException.h>
 #include <ZRVKit/bsdiff.h>
 
+#include "update/bsdiff/PatchApplication.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,9 +15,13 @@
 #include <new>
 #include <stdexcept>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 // The largest single allocation made by this program, to show that hostile headers reserve nothing big.
 namespace {
 std::atomic<std::size_t> largestAllocation{0};
+std::size_t largestWhilePatching = 0;  // as it was before the written file was read back
 }
 void* operator new(std::size_t size) {
   std::size_t seen = largestAllocation.load();
@@ -34,10 +40,11 @@ namespace {
 
 const ZRVData kOld = {10, 20, 30};
 
-/// "bsdiff", "bzip2", "out_of_range" or "" for success.
-std::string failureOf(const ZRVData& old, const ZRVData& patch) {
+/// "bsdiff", "bzip2", "out_of_range" or "" for success, of `apply`.
+template <typename Apply>
+std::string failureIn(Apply&& apply) {
   try {
-    bsdiff::patch(old, patch);
+    apply();
     return "";
   } catch (const ZRVException& failure) {
     EXPECT_EQ(failure.reason(), failure.name() == "bsdiff" ? "Corrupt patch" : "BZ2_bzDecompress failed");
@@ -45,6 +52,35 @@ std::string failureOf(const ZRVData& old, const ZRVData& patch) {
   } catch (const std::out_of_range&) {
     return "out_of_range";
   }
+}
+
+/// The new file written to a descriptor, read back; `written` gets the outcome of the writes.
+ZRVData patchThroughDescriptor(const ZRVData& old, const ZRVData& patch, std::uint64_t maxBytes, int& written) {
+  int fd = ::memfd_create("patched", MFD_CLOEXEC);
+  if (fd < 0) throw std::runtime_error("no memfd");
+  struct Closer {
+    int fd;
+    ~Closer() { ::close(fd); }
+  } closer{fd};
+  written = zrv::bsdiff::patchToDescriptor(old.data(), old.size(), patch.data(), patch.size(), fd, maxBytes, {});
+  largestWhilePatching = largestAllocation.load();
+  ZRVData result(static_cast<std::size_t>(::lseek(fd, 0, SEEK_END)));
+  if (::pread(fd, result.data(), result.size(), 0) != static_cast<ssize_t>(result.size())) throw std::runtime_error("pread");
+  return result;
+}
+
+/// The failure of applying `patch` to `old`, which must be the same whether the new file is held or written.
+std::string failureOf(const ZRVData& old, const ZRVData& patch) {
+  ZRVData held, written;
+  int writeOutcome = -1;
+  std::string heldFailure = failureIn([&] { held = bsdiff::patch(old, patch); });
+  std::string writtenFailure = failureIn([&] { written = patchThroughDescriptor(old, patch, UINT64_MAX, writeOutcome); });
+  EXPECT_EQ(heldFailure, writtenFailure);
+  if (heldFailure.empty()) {
+    EXPECT_EQ(writeOutcome, 0);
+    EXPECT_EQ(held, written);
+  }
+  return heldFailure;
 }
 
 TEST(PatchFormat, offtinIsSignMagnitude) {
@@ -146,6 +182,30 @@ TEST(PatchFormat, hostileNewSizeReservesNothingBig) {
     largestAllocation = 0;
     EXPECT_EQ(failureOf(kOld, patch), "bsdiff");
     EXPECT_LT(largestAllocation.load(), std::size_t{4} << 20) << (compressed ? "BSDIFF40" : "BSDIFN40");
+  }
+}
+
+TEST(PatchFormat, smallPatchForAHugeFileIsWrittenThroughAFixedBufferUpToItsCap) {
+  // 64 MiB of output from a patch of a few hundred bytes: written in pieces, never held, and cut off at the
+  // cap; a corrupt patch still fails as such when nothing was written.
+  constexpr std::int64_t kNewSize = std::int64_t{64} << 20;
+  const ZRVData patch = PatchParts{{{kNewSize, 0, 0}}, ZRVData(static_cast<std::size_t>(kNewSize), 0), {}, kNewSize}.compressed();
+  ASSERT_LT(patch.size(), 1000u);
+  struct Case {
+    const char* name;
+    std::uint64_t cap;
+    int outcome;
+  } cases[] = {{"within the cap", std::uint64_t{1} << 30, 0}, {"beyond the cap", std::uint64_t{1} << 20, EFBIG}};
+  for (const Case& c : cases) {
+    largestAllocation = 0;
+    int outcome = -1;
+    ZRVData written = patchThroughDescriptor(kOld, patch, c.cap, outcome);
+    EXPECT_EQ(outcome, c.outcome) << c.name;
+    EXPECT_EQ(written.size(), std::min<std::uint64_t>(c.cap, kNewSize)) << c.name;  // never more than the cap
+    if (c.outcome == 0) {
+      EXPECT_EQ(ZRVData(written.begin(), written.begin() + 3), kOld) << c.name;
+    }
+    EXPECT_LT(largestWhilePatching, std::size_t{8} << 20) << c.name;
   }
 }
 

@@ -20,12 +20,14 @@ std::size_t PatchStream::read(std::uint8_t* out, std::size_t count) {
   return taken;
 }
 
-bool PatchStream::validate() {
+bool PatchStream::validate(const std::function<void()>& release) {
   if (!decoder_) return true;
   std::vector<std::uint8_t> scratch;
-  while (decoder_->state() == bzip2::BZip2StreamDecoder::State::decoding) {
+  constexpr std::size_t kReleaseEvery = 256;  // reads of 64 KiB: 16 MiB decoded
+  for (std::size_t reads = 1; decoder_->state() == bzip2::BZip2StreamDecoder::State::decoding; ++reads) {
     if (scratch.empty()) scratch.resize(64 * 1024);
     decoder_->read(scratch.data(), scratch.size());
+    if (release && reads % kReleaseEvery == 0) release();
   }
   return decoder_->state() == bzip2::BZip2StreamDecoder::State::finished;
 }

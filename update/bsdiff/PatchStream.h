@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace zrv::bsdiff {
@@ -17,8 +18,9 @@ class PatchStream {
   /// Reads up to `count` bytes into `out`; fewer only at the end of the stream or when it fails to decode.
   std::size_t read(std::uint8_t* out, std::size_t count);
   bool failed() const { return decoder_ && decoder_->state() == bzip2::BZip2StreamDecoder::State::failed; }
-  /// Decodes the rest of the stream without keeping it; true when the whole stream decodes.
-  bool validate();
+  /// Decodes the rest of the stream without keeping it; true when the whole stream decodes. `release`, if
+  /// set, is called every few MiB decoded, for a caller whose patch is mapped.
+  bool validate(const std::function<void()>& release = {});
 
  private:
   const std::uint8_t* raw_;

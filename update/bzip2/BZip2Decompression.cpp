@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <new>
 
 #include <unistd.h>
@@ -26,12 +27,31 @@ void report(std::optional<ZRVError>* error, long code) {
   if (error) *error = ZRVError(std::string(kBZip2Domain), code);
 }
 
+/// Calls the caller's release of its mapped input every few MiB of output, so that a large input read through
+/// a mapping does not stay in memory.
+class InputRelease {
+ public:
+  explicit InputRelease(const std::function<void()>& release) : release_(release) {}
+  void after(std::uint64_t produced) {
+    since_ += produced;
+    if (since_ < kInterval || !release_) return;
+    release_();
+    since_ = 0;
+  }
+
+ private:
+  static constexpr std::uint64_t kInterval = std::uint64_t{16} << 20;
+  const std::function<void()>& release_;
+  std::uint64_t since_ = 0;
+};
+
 enum class ParallelOutcome { decoded, writeFailed, tooLarge, gaveUp };
 
 /// Writes the blocks the pipeline decodes, in order, until the stream ends or the pipeline gives up;
 /// `written` counts the bytes handed to the file.
-ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t maxBytes, std::uint64_t& written) try {
-  BZip2BlockPipeline pipeline(data.data(), data.size());
+ParallelOutcome writeBlocks(const std::uint8_t* data, std::size_t size, std::FILE* file, std::uint64_t maxBytes,
+                            std::uint64_t& written, InputRelease& release) try {
+  BZip2BlockPipeline pipeline(data, size);
   std::vector<BZip2BlockPipeline::Chunk> chunks;
   for (;;) {
     switch (pipeline.next(chunks)) {
@@ -46,6 +66,7 @@ ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t 
             return ParallelOutcome::writeFailed;
           }
           written += chunk.length;
+          release.after(chunk.length);
         }
         break;
     }
@@ -55,15 +76,16 @@ ParallelOutcome writeBlocks(const ZRVData& data, std::FILE* file, std::uint64_t 
 }
 
 /// Decompresses `data` into `file` (closed on every path, like the stream) with at most `maxBytes` of output.
-bool decompressInto(bz_stream& stream, std::FILE* file, const ZRVData& data, std::uint64_t maxBytes,
-                    std::optional<ZRVError>* error) {
+bool decompressInto(bz_stream& stream, std::FILE* file, const std::uint8_t* data, std::size_t size,
+                    std::uint64_t maxBytes, std::optional<ZRVError>* error, const std::function<void()>& releaseInput) {
+  InputRelease release(releaseInput);
   // Large streams are decoded block by block in parallel. Should that give up (damage, or a block magic that
   // turned up inside compressed data), the sequential decoder below takes over from the start; it defines the
   // result. It decodes the blocks already written identically and writes only what comes after them, and
   // where it stops short of them (it drops the bytes of the pass that meets damage) the file is cut back.
   std::uint64_t parallelWritten = 0;
-  if (BZip2BlockPipeline::worthwhile(data.size())) {
-    switch (writeBlocks(data, file, maxBytes, parallelWritten)) {
+  if (BZip2BlockPipeline::worthwhile(size)) {
+    switch (writeBlocks(data, size, file, maxBytes, parallelWritten, release)) {
       case ParallelOutcome::decoded:
         std::fclose(file);
         BZ2_bzDecompressEnd(&stream);
@@ -85,8 +107,8 @@ bool decompressInto(bz_stream& stream, std::FILE* file, const ZRVData& data, std
     }
   }
 
-  const std::uint8_t* pending = data.data();
-  std::size_t pendingLength = data.size();
+  const std::uint8_t* pending = data;
+  std::size_t pendingLength = size;
   char chunk[kChunkLength];
   std::uint64_t position = 0;  // bytes written so far by this loop, or found already written
   for (;;) {
@@ -134,6 +156,7 @@ bool decompressInto(bz_stream& stream, std::FILE* file, const ZRVData& data, std
       report(error, writeError);
       return false;
     }
+    release.after(produced);
     if (result == BZ_STREAM_END) {
       std::fclose(file);
       BZ2_bzDecompressEnd(&stream);
@@ -164,7 +187,7 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
     zrv::bzip2::report(error, openError);
     return false;
   }
-  return zrv::bzip2::decompressInto(stream, file, data, zrv::bzip2::kMaxDecompressedFileSize, error);
+  return decompressInto(stream, file, data.data(), data.size(), zrv::bzip2::kMaxDecompressedFileSize, error, {});
 }
 
 }  // namespace ZRVExtensions
@@ -172,6 +195,11 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
 namespace zrv::bzip2 {
 
 bool decompressBZIP2ToDescriptor(const ZRVData& data, int fd, std::uint64_t maxBytes, std::optional<ZRVError>* error) {
+  return decompressBZIP2ToDescriptor(data.data(), data.size(), fd, maxBytes, error, {});
+}
+
+bool decompressBZIP2ToDescriptor(const std::uint8_t* data, std::size_t size, int fd, std::uint64_t maxBytes,
+                                 std::optional<ZRVError>* error, const std::function<void()>& releaseInput) {
   if (error) *error = std::nullopt;
   bz_stream stream{};
   if (int result = BZ2_bzDecompressInit(&stream, 0, 0); result != BZ_OK) {
@@ -187,7 +215,7 @@ bool decompressBZIP2ToDescriptor(const ZRVData& data, int fd, std::uint64_t maxB
     report(error, openError);
     return false;
   }
-  return decompressInto(stream, file, data, maxBytes, error);
+  return decompressInto(stream, file, data, size, maxBytes, error, releaseInput);
 }
 
 }  // namespace zrv::bzip2
