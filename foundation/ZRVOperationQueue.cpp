@@ -21,8 +21,12 @@ thread_local ZRVOperationQueue* t_currentQueue = nullptr;
 // How many operations the current thread runs inside waits for them (see runWaitedForOperationHere).
 thread_local int t_inlineDepth = 0;
 
-// Threads the default width keeps making progress; more are added only while some of them wait.
-std::size_t baseWidth() { return std::max<std::size_t>(2, std::thread::hardware_concurrency()); }
+// Threads the default width keeps making progress; more are added only while some of them wait. Asked once:
+// the answer reads a file under /sys, and the queue asks on every operation it is given.
+std::size_t baseWidth() {
+  static const std::size_t width = std::max<std::size_t>(2, std::thread::hardware_concurrency());
+  return width;
+}
 
 // A ceiling far above any real need, so that a runaway producer cannot exhaust the process.
 constexpr std::size_t kThreadCeiling = 512;

@@ -34,9 +34,13 @@ std::vector<Row> manifestRows(const Bench& bench) {
   stop(large);
   for (const auto& folder : {smallOut, largeOut, smallInstall, largeInstall}) fs::remove_all(folder);
 
-  std::vector<double> seconds;
-  for (const auto& round : rounds) seconds.push_back(round[0].seconds);
+  std::vector<double> seconds, processorSeconds;
+  for (const auto& round : rounds) {
+    seconds.push_back(round[0].seconds);
+    processorSeconds.push_back(round[0].processorSeconds);
+  }
   auto growth = ratios(rounds, 0, 1);
+  auto processorGrowth = ratios(rounds, 0, 1, true);  // what the machine's other work weighs on least
   const std::string pairs = std::to_string(bench.pairs);
   const std::string peak = peaks(peakMiB(rounds, 0), peakMiB(rounds, 1));
   return {{"manifest of 40,000 entries: a whole update, every file up to date (seconds, not a ratio)",
@@ -44,5 +48,8 @@ std::vector<Row> manifestRows(const Bench& bench) {
            fixed(minimum(seconds)) + " s", fixed(median(seconds)) + " s", "median ≤ 0.30 s",
            yesNo(median(seconds) <= 0.3), peak},
           {"the same, 40,000 entries against 20,000", "itself at 20,000 entries", pairs, fixed(minimum(growth)),
-           fixed(median(growth)), "median ≤ 2.20 (linear)", yesNo(median(growth) <= 2.2), peak}};
+           fixed(median(growth)), "median ≤ 2.20 (linear)", yesNo(median(growth) <= 2.2), peak},
+          {"the same in processor time (40,000 entries: " + fixed(median(processorSeconds)) + " s)",
+           "itself at 20,000 entries", pairs, fixed(minimum(processorGrowth)), fixed(median(processorGrowth)),
+           "median ≤ 2.20 (linear)", yesNo(median(processorGrowth) <= 2.2), peak}};
 }

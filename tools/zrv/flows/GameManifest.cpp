@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <unordered_set>
 
 namespace fs = std::filesystem;
 
@@ -147,15 +149,15 @@ std::vector<std::string> createFoldersFor(const fs::path& install, const std::ve
     problems.push_back(install.string() + ": " + std::strerror(errno));
     return problems;
   }
-  std::vector<fs::path> made;
+  std::unordered_set<std::string> made;  // a manifest names tens of thousands of files in far fewer folders
   for (const auto& name : names) {
     if (!staysInside(name)) continue;
     fs::path folder = fs::path(name).parent_path();
-    if (folder.empty() || std::find(made.begin(), made.end(), folder) != made.end()) continue;
+    if (folder.empty() || made.count(folder.string())) continue;
     if (auto problem = createFolderChain(base.fd, folder)) {
       problems.push_back(name + ": cannot make its folder (" + *problem + ")");
     } else {
-      made.push_back(folder);
+      made.insert(folder.string());
     }
   }
   return problems;
