@@ -1,19 +1,14 @@
 // The publisher works on several files at once: its output must not depend on how many, and the files being
 // worked on must stay within their memory budget.
 
-#include "publish/InOrderWork.h"
 #include "publish/Publisher.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <map>
-#include <mutex>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -110,72 +105,5 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
     }
     EXPECT_EQ(trees["one"], trees["four"]);
     EXPECT_EQ(trees["one"], trees["tight"]);
-  }
-}
-
-TEST(InOrderWork, StartsInOrderWithinTheBudgetAndFinishesInOrder) {
-  struct BudgetCase {
-    const char* what;
-    unsigned workers;
-    std::uintmax_t budget;
-    std::vector<std::uintmax_t> claims;
-    std::size_t failing;  // index of the item that throws; claims.size() for none
-  };
-  const BudgetCase cases[] = {
-      {"all fit", 3, 100, {10, 10, 10, 10, 10, 10}, 6},
-      {"two at a time", 4, 20, {10, 10, 10, 10, 10, 10, 10}, 7},
-      {"a large item runs alone", 3, 25, {10, 10, 90, 10, 10}, 5},
-      {"one worker", 1, 1000, {1, 2, 3}, 3},
-      {"a failure stops the rest", 2, 100, {5, 5, 5, 5, 5, 5, 5, 5}, 3},
-      {"the first item fails", 3, 100, {5, 5, 5}, 0},
-      {"no items", 2, 10, {}, 0},
-  };
-  for (const auto& budgetCase : cases) {
-    SCOPED_TRACE(budgetCase.what);
-    std::mutex mutex;
-    std::uintmax_t claimed = 0;
-    std::size_t running = 0, mostRunning = 0;
-    std::vector<std::size_t> started, finished;
-    InOrderWork plan;
-    plan.workers = budgetCase.workers;
-    plan.budget = budgetCase.budget;
-    plan.claim = [&](std::size_t i) { return budgetCase.claims[i]; };
-    plan.work = [&](std::size_t i) {
-      {
-        std::lock_guard lock(mutex);
-        started.push_back(i);
-        claimed += budgetCase.claims[i];
-        ++running;
-        mostRunning = std::max(mostRunning, running);
-        EXPECT_TRUE(claimed <= budgetCase.budget || running == 1) << "item " << i;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-      {
-        std::lock_guard lock(mutex);
-        claimed -= budgetCase.claims[i];
-        --running;
-      }
-      if (i == budgetCase.failing) throw std::runtime_error("item " + std::to_string(i));
-    };
-    plan.finished = [&](std::size_t i) { finished.push_back(i); };
-    const std::size_t count = budgetCase.claims.size();
-    const bool fails = budgetCase.failing < count;
-    if (fails) {
-      try {
-        runInOrder(count, plan);
-        ADD_FAILURE() << "no exception";
-      } catch (const std::runtime_error& error) {
-        EXPECT_EQ(std::string(error.what()), "item " + std::to_string(budgetCase.failing));
-      }
-    } else {
-      runInOrder(count, plan);
-    }
-    // Items are admitted in order: whatever started is a prefix of the items (their work may begin in any order).
-    std::sort(started.begin(), started.end());
-    for (std::size_t i = 0; i < started.size(); ++i) EXPECT_EQ(started[i], i);
-    EXPECT_LE(mostRunning, budgetCase.workers);
-    std::vector<std::size_t> expected;
-    for (std::size_t i = 0; i < (fails ? budgetCase.failing : count); ++i) expected.push_back(i);
-    EXPECT_EQ(finished, expected);
   }
 }
