@@ -17,7 +17,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
 #include <random>
 #include <regex>
 #include <sstream>
@@ -29,18 +28,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr const char* kNginx = "/usr/sbin/nginx";
-
-std::string fileText(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void writeText(const fs::path& file, const std::string& text) {
-  fs::create_directories(file.parent_path());
-  std::ofstream(file, std::ios::binary) << text;
-}
 
 std::string randomBytes(std::size_t size, unsigned seed) {
   std::mt19937 generator(seed);
@@ -87,7 +74,7 @@ class Nginx {
     port_ = LoopbackSocket(false).port;
     for (const char* folder : {"body", "proxy", "fastcgi", "uwsgi", "scgi"}) fs::create_directories(work / "temp" / folder);
     std::string w = work.string(), r = root.string();
-    writeText(work / "nginx.conf",
+    writeFile(work / "nginx.conf",
               "daemon off;\nmaster_process off;\nworker_processes 1;\npid " + w + "/nginx.pid;\nerror_log " + w +
                   "/error.log;\nevents { worker_connections 64; }\nhttp {\n"
                   "  log_format requests '$status $request_uri';\n  access_log " + w + "/access.log requests;\n"
@@ -124,12 +111,12 @@ class Nginx {
 
   bool running() const { return pid_ > 0 && accepts(port_); }
   std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  std::string errors() const { return fileText(work_ / "error.log"); }
+  std::string errors() const { return readFile(work_ / "error.log"); }
 
   // The requests logged since the last call, as "STATUS URI".
   std::vector<std::string> takeRequests() {
     std::vector<std::string> lines;
-    std::istringstream log(fileText(work_ / "access.log"));
+    std::istringstream log(readFile(work_ / "access.log"));
     std::string line;
     std::size_t index = 0;
     while (std::getline(log, line)) {
@@ -156,16 +143,16 @@ class NginxMirror : public ::testing::Test {
                       "server test cannot run";
     }
     // Two builds with files in sub-folders; the second changes some, adds one and keeps one.
-    writeText(home / "builds/1/Quillmoor", "#!/bin/sh\necho build 1\n");
-    writeText(home / "builds/1/data/level1.bin", randomBytes(3000, 1));
-    writeText(home / "builds/1/data/maps/harbour.map", randomBytes(2000, 2));
-    writeText(home / "builds/1/readme.txt", "same in both builds\n");
-    writeText(home / "builds/2/Quillmoor", "#!/bin/sh\necho build 2\n");
-    writeText(home / "builds/2/data/level1.bin", randomBytes(3000, 1).replace(100, 50, std::string(50, 'x')));
-    writeText(home / "builds/2/data/maps/harbour.map", randomBytes(2000, 2) + "appended");
-    writeText(home / "builds/2/data/maps/new.map", randomBytes(1000, 3));
-    writeText(home / "builds/2/readme.txt", "same in both builds\n");
-    writeText(home / "framework/Cg.framework/Cg", "framework binary");
+    writeFile(home / "builds/1/Quillmoor", "#!/bin/sh\necho build 1\n");
+    writeFile(home / "builds/1/data/level1.bin", randomBytes(3000, 1));
+    writeFile(home / "builds/1/data/maps/harbour.map", randomBytes(2000, 2));
+    writeFile(home / "builds/1/readme.txt", "same in both builds\n");
+    writeFile(home / "builds/2/Quillmoor", "#!/bin/sh\necho build 2\n");
+    writeFile(home / "builds/2/data/level1.bin", randomBytes(3000, 1).replace(100, 50, std::string(50, 'x')));
+    writeFile(home / "builds/2/data/maps/harbour.map", randomBytes(2000, 2) + "appended");
+    writeFile(home / "builds/2/data/maps/new.map", randomBytes(1000, 3));
+    writeFile(home / "builds/2/readme.txt", "same in both builds\n");
+    writeFile(home / "framework/Cg.framework/Cg", "framework binary");
     ASSERT_EQ(std::system(("cd '" + (home / "framework").string() + "' && zip -qr ../Cg.framework.zip Cg.framework").c_str()), 0);
     fs::create_directories(home / "tree");
     nginx = std::make_unique<Nginx>(home / "tree", home / "nginx");
@@ -181,13 +168,7 @@ class NginxMirror : public ::testing::Test {
     }
   }
 
-  Outcome zrv(const std::string& arguments) {
-    std::string command = "cd '" + home.path().string() + "' && env HOME='" + home.path().string() +
-                          "' XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CACHE_HOME='" +
-                          (home / "cache").string() + "' ZRV_SECRET_STORE=file ZRV_SERVER= " + ZRV_TOOL_PATH + " " +
-                          arguments + " 2>&1 </dev/null";
-    return runShellCommand(command);
-  }
+  Outcome zrv(const std::string& arguments) { return runZrv(ZRV_TOOL_PATH, home.path(), arguments); }
 
   void publish(const std::string& build, const std::vector<std::string>& mirrors, const std::string& from = "") {
     std::string command = "publish --quiet builds/" + build + " tree --framework Cg.framework.zip";
@@ -206,7 +187,7 @@ class NginxMirror : public ::testing::Test {
     for (const auto& entry : fs::recursive_directory_iterator(home / "builds" / build)) {
       if (!entry.is_regular_file()) continue;
       fs::path name = fs::relative(entry.path(), home / "builds" / build);
-      EXPECT_EQ(fileText(home / install / name), fileText(entry.path())) << name;
+      EXPECT_EQ(readFile(home / install / name), readFile(entry.path())) << name;
     }
   }
 
@@ -278,7 +259,7 @@ TEST_F(NginxMirror, AnUnsyncedMirrorAloneFailsNamingEveryFileAndTheMirror) {
 
 TEST_F(NginxMirror, AThrottledMirrorIsNoStallWhileTricklingAndSilentOnesAre) {
   // Incompressible, so that its download takes seconds at the throttled rate.
-  writeText(home / "builds/1/data/level1.bin", randomBytes(80 * 1024, 4));
+  writeFile(home / "builds/1/data/level1.bin", randomBytes(80 * 1024, 4));
   publish("1", {nginx->base() + "/throttled/content/"});
   Outcome throttled = update("game", 2);
   EXPECT_EQ(throttled.status, 0) << throttled.output;

@@ -5,28 +5,9 @@
 #include <support/LogCapture.h>
 #include <support/TemporaryDirectory.h>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <ctime>
 
 namespace fs = std::filesystem;
-
-namespace {
-
-void setModificationTime(const fs::path& path, std::time_t seconds) {
-  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
-}
-
-std::time_t modificationTime(const fs::path& path) {
-  struct stat info {};
-  lstat(path.c_str(), &info);
-  return info.st_mtim.tv_sec;
-}
-
-}  // namespace
 
 TEST(Unzip, InfoZipArchiveUnpacksLikeInfoZip) {
   TemporaryDirectory temporary;

@@ -4,20 +4,10 @@
 
 #include <support/TemporaryDirectory.h>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
-
-namespace {
-
-void setModificationTime(const fs::path& path, std::time_t seconds) {
-  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-}
-
-}  // namespace
 
 TEST(ZipWriter, ArchivesPassInfoZipsTestAndRoundTrip) {
   TemporaryDirectory temporary;
