@@ -7,12 +7,8 @@
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  ZRVHTTPResult result;
-  result.response = ZRVHTTPResponse{};
-  result.response->statusCode = 200;
-  result.body = ZRVData(data, data + size);
   int reports = 0;
-  zrv::info::handleStatusAnswer(std::move(result), [&](bool online, std::optional<ZRVError> error) {
+  zrv::info::handleStatusAnswer(fuzz::answer(data, size), [&](bool online, std::optional<ZRVError> error) {
     ++reports;
     if (error && !online) std::abort();
   });
