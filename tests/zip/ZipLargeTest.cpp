@@ -78,7 +78,9 @@ void expectBothWays(const fs::path& tree, const fs::path& work,
   for (const ZipPeer* writer : writers) {
     SCOPED_TRACE(writer ? writer->name : "ours");
     const fs::path archive = writer ? work / "peer.zip" : ours;
-    if (writer) ASSERT_EQ(writer->archiveFolder(archive, tree), 0);
+    if (writer) {
+      ASSERT_EQ(writer->archiveFolder(archive, tree), 0);
+    }
     const fs::path out = work / "out";
     ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
     expectUnpacked(out);
