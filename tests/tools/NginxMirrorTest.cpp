@@ -36,35 +36,33 @@ std::string randomBytes(std::size_t size, unsigned seed) {
   return bytes;
 }
 
+sockaddr_in loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
 // A loopback socket bound to a port the kernel picked; kept open only as long as the caller wants.
 struct LoopbackSocket {
-  int fd = -1;
+  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   int port = 0;
   explicit LoopbackSocket(bool listening) {
-    fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
     ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
     port = ntohs(address.sin_port);
     if (listening) ::listen(fd, 16);
   }
-  ~LoopbackSocket() {
-    if (fd >= 0) ::close(fd);
-  }
+  ~LoopbackSocket() { ::close(fd); }
 };
 
 bool accepts(int port) {
-  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-  ::close(fd);
-  return connected;
+  LoopbackSocket probe(false);
+  sockaddr_in address = loopback(port);
+  return ::connect(probe.fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
 // nginx serving `root`, run in the foreground as a child of the test.
@@ -72,15 +70,16 @@ class Nginx {
  public:
   Nginx(const fs::path& root, const fs::path& work) : work_(work) {
     port_ = LoopbackSocket(false).port;
-    for (const char* folder : {"body", "proxy", "fastcgi", "uwsgi", "scgi"}) fs::create_directories(work / "temp" / folder);
-    std::string w = work.string(), r = root.string();
+    std::string w = work.string(), r = root.string(), temporaries;
+    for (std::string kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
+      fs::create_directories(work / "temp" / kind);
+      temporaries += "  " + kind + "_temp_path " + w + "/temp/" + kind + ";\n";
+    }
     writeFile(work / "nginx.conf",
               "daemon off;\nmaster_process off;\nworker_processes 1;\npid " + w + "/nginx.pid;\nerror_log " + w +
                   "/error.log;\nevents { worker_connections 64; }\nhttp {\n"
-                  "  log_format requests '$status $request_uri';\n  access_log " + w + "/access.log requests;\n"
-                  "  client_body_temp_path " + w + "/temp/body;\n  proxy_temp_path " + w + "/temp/proxy;\n"
-                  "  fastcgi_temp_path " + w + "/temp/fastcgi;\n  uwsgi_temp_path " + w + "/temp/uwsgi;\n"
-                  "  scgi_temp_path " + w + "/temp/scgi;\n  default_type application/octet-stream;\n"
+                  "  log_format requests '$status $request_uri';\n  access_log " + w + "/access.log requests;\n" +
+                  temporaries + "  default_type application/octet-stream;\n"
                   "  server {\n    listen 127.0.0.1:" + std::to_string(port_) + ";\n    root " + r + ";\n"
                   "    location /unsynced/ { return 404; }\n"
                   "    location /throttled/ { alias " + r + "/; limit_rate 20k; }\n"

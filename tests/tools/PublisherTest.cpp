@@ -1,14 +1,18 @@
 // The publisher works on several files at once: its output must not depend on how many, and the files being
 // worked on must stay within their memory budget.
 
+#include "publish/InOrderWork.h"
 #include "publish/Publisher.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -105,5 +109,31 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
     }
     EXPECT_EQ(trees["one"], trees["four"]);
     EXPECT_EQ(trees["one"], trees["tight"]);
+  }
+}
+
+TEST(InOrderWork, AFailingItemStopsTheRestAndIsRethrownAfterTheItemsBeforeIt) {
+  for (unsigned workers : {1u, 3u}) {
+    std::atomic<std::size_t> started{0};
+    std::vector<std::size_t> finished;
+    InOrderWork plan;
+    plan.workers = workers;
+    plan.budget = 100;
+    plan.claim = [](std::size_t) { return std::uintmax_t{1}; };
+    plan.work = [&](std::size_t i) {
+      ++started;
+      if (i == 3) throw std::runtime_error("item 3");
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    };
+    plan.finished = [&](std::size_t i) { finished.push_back(i); };
+    try {
+      runInOrder(200, plan);
+      ADD_FAILURE() << "the failure was swallowed";
+    } catch (const std::runtime_error& failure) {
+      EXPECT_STREQ(failure.what(), "item 3");
+    }
+    EXPECT_EQ(finished, (std::vector<std::size_t>{0, 1, 2})) << workers;
+    // One worker starts nothing after the failing item; several stop long before the end.
+    EXPECT_LE(started.load(), workers == 1 ? 4u : 100u) << workers;
   }
 }

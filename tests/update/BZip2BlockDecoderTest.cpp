@@ -3,7 +3,6 @@
 
 #include "tests/update/PatchBuilder.h"
 #include "update/BZip2BlockDecoder.h"
-#include "update/BZip2Blocks.h"
 
 #include <bzlib.h>
 #include <gtest/gtest.h>
@@ -12,22 +11,6 @@
 #include <string>
 
 namespace {
-
-struct Block {
-  std::uint64_t start, end;
-};
-
-std::vector<Block> blocksOf(const ZRVData& stream) {
-  std::vector<Block> blocks;
-  auto magic = BZip2Blocks::findMagic(stream.data(), stream.size(), 32);
-  while (magic && !magic->end) {
-    auto following = BZip2Blocks::findMagic(stream.data(), stream.size(), magic->bit + 48);
-    if (!following) break;
-    blocks.push_back({magic->bit, following->bit});
-    magic = following;
-  }
-  return blocks;
-}
 
 /// libbz2's answer for the block framed as a stream of its own: its bytes, or nothing. `putOut` gets what it
 /// wrote before it gave up, if it did.
@@ -83,14 +66,6 @@ ZRVData randomBytes(std::size_t length, unsigned seed, unsigned range) {
   return bytes;
 }
 
-ZRVData gameLike(std::size_t length) {
-  ZRVData bytes = randomBytes(length, 1, 40);
-  for (std::size_t i = 0; i < length; ++i) {
-    if (i % 512 < 200) bytes[i] = 0;
-  }
-  return bytes;
-}
-
 ZRVData runsOfEveryLength() {
   ZRVData bytes;
   for (std::size_t run : {1, 2, 3, 4, 5, 6, 254, 255, 258, 259, 260, 263, 517, 4000, 70000}) {
@@ -127,7 +102,7 @@ TEST(BZip2BlockDecoder, decodesWhatBzip2WritesAsLibbz2Does) {
     int level;
     std::size_t minimumBlocks;
   } cases[] = {
-      {"game-like, level 1", gameLike(700000), 1, 4},
+      {"game-like, level 1", gameLikeBytes(700000, 1), 1, 4},
       {"words, level 9", words(), 9, 2},
       {"runs of every length, level 1", runsOfEveryLength(), 1, 1},
       {"every byte value, level 9", everyByteValue(), 9, 1},
