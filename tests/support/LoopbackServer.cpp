@@ -141,16 +141,18 @@ void LoopbackServer::on(const std::string& method, const std::string& route, Scr
 
 void LoopbackServer::onSequence(const std::string& method, const std::string& route,
                                 std::vector<ScriptedResponse> responses) {
-  auto remaining = std::make_shared<std::vector<ScriptedResponse>>(std::move(responses));
-  auto next = std::make_shared<std::size_t>(0);
-  auto guard = std::make_shared<std::mutex>();
-  onHandler(method, route, [remaining, next, guard, method, route](const RecordedRequest&) {
-    std::lock_guard lock(*guard);
-    if (*next >= remaining->size()) {
-      ADD_FAILURE() << "more requests than scripted answers: " << method << " " << route;
-      return ScriptedResponse::text("no more answers", 599);
-    }
-    return (*remaining)[(*next)++];
+  struct Script {
+    std::mutex mutex;
+    std::vector<ScriptedResponse> responses;
+    std::size_t next = 0;
+  };
+  auto script = std::make_shared<Script>();
+  script->responses = std::move(responses);
+  onHandler(method, route, [script, method, route](const RecordedRequest&) {
+    std::lock_guard lock(script->mutex);
+    if (script->next < script->responses.size()) return script->responses[script->next++];
+    ADD_FAILURE() << "more requests than scripted answers: " << method << " " << route;
+    return ScriptedResponse::text("no more answers", 599);
   });
 }
 

@@ -91,11 +91,8 @@ class Nginx {
       ::_exit(127);
     }
     for (int attempt = 0; attempt < 200 && !accepts(port_); ++attempt) {
-      int status = 0;
-      if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = -1;
-        break;
-      }
+      if (::waitpid(pid_, nullptr, WNOHANG) == pid_) pid_ = -1;  // it gave up: errors() says why
+      if (pid_ < 0) break;
       std::this_thread::sleep_for(25ms);
     }
   }
@@ -106,8 +103,6 @@ class Nginx {
     }
   }
   Nginx(const Nginx&) = delete;
-  Nginx& operator=(const Nginx&) = delete;
-
   bool running() const { return pid_ > 0 && accepts(port_); }
   std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
   std::string errors() const { return readFile(work_ / "error.log"); }

@@ -63,8 +63,6 @@ std::vector<std::string> describeTree(const fs::path& root) {
   return lines;
 }
 
-bool isEmptyFolder(const fs::path& folder) { return fs::is_empty(folder); }
-
 std::time_t localTime(int year, int month, int day, int hour, int minute, int second) {
   std::tm local{};
   local.tm_year = year - 1900;
