@@ -104,6 +104,8 @@ TEST_F(LoginProtocol, PasswordLoginsSendTheFormByteForByte) {
   const RecordedRequest sent = server.requests().front();
   EXPECT_EQ(sent.header("Content-Type"), "application/x-www-form-urlencoded");
   EXPECT_EQ(sent.header("Content-Length"), std::to_string(sent.body.size()));
+  EXPECT_FALSE(sent.hasHeader("User-Agent"));
+  EXPECT_FALSE(sent.hasHeader("Expect"));
 }
 
 TEST_F(LoginProtocol, TheLoginQueueIsFollowedSilentlyWithTheCredentialsEncodedTwice) {

@@ -21,21 +21,6 @@ ZRVHTTPResult fetch(ZRVHTTPRequest request) { return ZRVHTTPClient::sharedClient
 
 }  // namespace
 
-TEST(HTTPClient, FormPostSendsExactlyTheBodyAndItsHeaders) {
-  LoopbackServer server;
-  server.on("POST", "/api/login?format=json", ScriptedResponse::json(R"({"success":"true"})"));
-  auto result = fetch(ZRVHTTPRequest::formPOST(urlOf(server, "/api/login?format=json"), "username=a%20b&password=x"));
-  ASSERT_TRUE(result.body);
-  EXPECT_EQ(result.response->statusCode, 200);
-  EXPECT_EQ(std::string(result.body->begin(), result.body->end()), R"({"success":"true"})");
-  auto sent = server.requests().at(0);
-  EXPECT_EQ(sent.body, "username=a%20b&password=x");
-  EXPECT_EQ(sent.header("Content-Length"), "25");
-  EXPECT_EQ(sent.header("Content-Type"), "application/x-www-form-urlencoded");
-  EXPECT_FALSE(sent.hasHeader("User-Agent"));
-  EXPECT_FALSE(sent.hasHeader("Expect"));
-}
-
 TEST(HTTPClient, AsynchronousAnswersArriveOnTheNamedQueue) {
   LoopbackServer server;
   server.on("GET", "/slow", [] {
