@@ -108,6 +108,27 @@ struct ZRVOperationQueue::Pool {
   /// The worker record of the calling thread, if it is one of this pool's threads.
   Worker* currentWorker() const { return threadPool == this ? threadWorker : nullptr; }
   static thread_local Worker* threadWorker;
+
+  /// With the pool locked, `change(pool, worker)` for the calling thread, when it is a thread of `queue`'s pool;
+  /// false, and nothing done, otherwise.
+  template <class Change>
+  static bool changeCurrentWorker(ZRVOperationQueue* queue, Change change) {
+    Pool* pool = queue ? queue->pool_.get() : nullptr;
+    Worker* worker = pool ? pool->currentWorker() : nullptr;
+    if (!worker) return false;
+    std::lock_guard lock(pool->mutex);
+    change(*pool, *worker);
+    return true;
+  }
+
+  /// Counts a wait of the kind `waits` counts starting on `worker`, whom the monitor then no longer takes for
+  /// stuck; the count before. With the pool locked.
+  int enterWaitLocked(Worker& worker, int Worker::*waits) {
+    if (worker.stuck) --stuck;
+    worker.stuck = false;
+    worker.quietSince.reset();
+    return (worker.*waits)++;
+  }
   static thread_local const Pool* threadPool;
 };
 
@@ -352,46 +373,25 @@ void ZRVOperationQueue::monitorLoop() {
 }
 
 ZRVOperationQueue::BlockingScope::BlockingScope() : queue_(t_currentQueue) {
-  Worker* worker = queue_ && queue_->pool_ ? queue_->pool_->currentWorker() : nullptr;
-  if (!worker) {
-    queue_ = nullptr;
-    return;
-  }
-  Pool& pool = *queue_->pool_;
-  std::lock_guard lock(pool.mutex);
-  if (worker->knownWaits++ == 0) {
-    ++pool.blocked;
-    if (worker->stuck) --pool.stuck;
-    worker->stuck = false;
-    worker->quietSince.reset();
-  }
-  if (!pool.ready.empty() && pool.idle == 0 && queue_->mayStartAnotherLocked()) queue_->spawnWorkersLocked(1);
+  const bool counted = Pool::changeCurrentWorker(queue_, [this](Pool& pool, Worker& worker) {
+    if (pool.enterWaitLocked(worker, &Worker::knownWaits) == 0) ++pool.blocked;
+    if (!pool.ready.empty() && pool.idle == 0 && queue_->mayStartAnotherLocked()) queue_->spawnWorkersLocked(1);
+  });
+  if (!counted) queue_ = nullptr;
 }
 
 ZRVOperationQueue::BlockingScope::~BlockingScope() {
-  if (!queue_) return;
-  Pool& pool = *queue_->pool_;
-  std::lock_guard lock(pool.mutex);
-  if (--pool.currentWorker()->knownWaits == 0) --pool.blocked;
+  Pool::changeCurrentWorker(queue_, [](Pool& pool, Worker& worker) {
+    if (--worker.knownWaits == 0) --pool.blocked;
+  });
 }
 
 ZRVOperationQueue::HeldBackScope::HeldBackScope() : queue_(t_currentQueue) {
-  Worker* worker = queue_ && queue_->pool_ ? queue_->pool_->currentWorker() : nullptr;
-  if (!worker) {
-    queue_ = nullptr;
-    return;
-  }
-  Pool& pool = *queue_->pool_;
-  std::lock_guard lock(pool.mutex);
-  ++worker->heldBack;
-  if (worker->stuck) --pool.stuck;
-  worker->stuck = false;
-  worker->quietSince.reset();
+  const bool counted = Pool::changeCurrentWorker(
+      queue_, [](Pool& pool, Worker& worker) { pool.enterWaitLocked(worker, &Worker::heldBack); });
+  if (!counted) queue_ = nullptr;
 }
 
 ZRVOperationQueue::HeldBackScope::~HeldBackScope() {
-  if (!queue_) return;
-  Pool& pool = *queue_->pool_;
-  std::lock_guard lock(pool.mutex);
-  --pool.currentWorker()->heldBack;
+  Pool::changeCurrentWorker(queue_, [](Pool&, Worker& worker) { --worker.heldBack; });
 }

@@ -1,5 +1,8 @@
 #pragma once
-// Shared by the fuzz targets: a private scratch folder for targets that read files, removed at exit.
+// Shared by the fuzz targets: a private scratch folder for targets that read files, removed at exit, and the
+// input as a server's answer.
+
+#include <ZRVKit/ZRVHTTPResponse.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -28,6 +31,15 @@ inline const std::filesystem::path& scratchFolder() {
 inline void writeBytes(const std::filesystem::path& file, const std::uint8_t* data, std::size_t size) {
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+}
+
+/// The input as the body of a 200 answer.
+inline ZRVHTTPResult answer(const std::uint8_t* data, std::size_t size) {
+  ZRVHTTPResult result;
+  result.response = ZRVHTTPResponse{};
+  result.response->statusCode = 200;
+  result.body = ZRVData(data, data + size);
+  return result;
 }
 
 inline std::string_view text(const std::uint8_t* data, std::size_t size) {

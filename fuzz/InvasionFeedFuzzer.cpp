@@ -7,19 +7,16 @@
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  ZRVHTTPResult result;
-  result.response = ZRVHTTPResponse{};
-  result.response->statusCode = 200;
-  result.body = ZRVData(data, data + size);
   int reports = 0;
-  zrv::info::handleInvasionFeed(zrv::readJSONAnswer(std::move(result), zrv::info::kInvasionFeed), [&](bool reached, std::vector<ZRVJSON> invasions, std::optional<ZRVError> error) {
+  auto report = [&](bool reached, std::vector<ZRVJSON> invasions, std::optional<ZRVError> error) {
     ++reports;
     if (!reached || (error && !invasions.empty())) std::abort();
     for (const ZRVJSON& record : invasions) {
       if (record.size() != 9 || !record.contains("id") || record["id"].get<std::string>().size() != 19) std::abort();
     }
     if (error) (void)error->localizedDescription();
-  });
+  };
+  zrv::info::handleInvasionFeed(zrv::readJSONAnswer(fuzz::answer(data, size), zrv::info::kInvasionFeed), report);
   if (reports != 1) std::abort();
   return 0;
 }

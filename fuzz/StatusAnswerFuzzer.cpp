@@ -7,12 +7,8 @@
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  ZRVHTTPResult result;
-  result.response = ZRVHTTPResponse{};
-  result.response->statusCode = 200;
-  result.body = ZRVData(data, data + size);
   int reports = 0;
-  zrv::info::handleStatusAnswer(zrv::readJSONAnswer(std::move(result), zrv::info::kStatusDocument), [&](bool online, std::optional<ZRVError> error) {
+  zrv::info::handleStatusAnswer(zrv::readJSONAnswer(fuzz::answer(data, size), zrv::info::kStatusDocument), [&](bool online, std::optional<ZRVError> error) {
     ++reports;
     if (error && !online) std::abort();
   });

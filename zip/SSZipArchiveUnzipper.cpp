@@ -34,7 +34,6 @@ timespec timespecOf(SSZipArchive::Date date) {
 
 // An archive of no entries: an end record at the start of the file, with no entries and its comment after it.
 bool isEmptyArchive(const fs::path& path) {
-  constexpr std::size_t kEndRecordSize = 22;
   UniqueFileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat info {};
   if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
@@ -53,23 +52,14 @@ unz_global_info globalInfoOf(const unz_global_info64& info) {
 }
 
 unz_file_info fileInfoOf(const unz_file_info64& info) {
-  unz_file_info result{};
-  result.version = info.version;
-  result.version_needed = info.version_needed;
-  result.flag = info.flag;
-  result.compression_method = info.compression_method;
-  result.dosDate = info.dosDate;
-  result.crc = info.crc;
-  result.compressed_size = static_cast<uLong>(info.compressed_size);
-  result.uncompressed_size = static_cast<uLong>(info.uncompressed_size);
-  result.size_filename = info.size_filename;
-  result.size_file_extra = info.size_file_extra;
-  result.size_file_comment = info.size_file_comment;
-  result.disk_num_start = info.disk_num_start;
-  result.internal_fa = info.internal_fa;
-  result.external_fa = info.external_fa;
-  result.tmu_date = info.tmu_date;
-  return result;
+  // By name, so that no value can land in a neighbouring field.
+  return {.version = info.version, .version_needed = info.version_needed, .flag = info.flag,
+          .compression_method = info.compression_method, .dosDate = info.dosDate, .crc = info.crc,
+          .compressed_size = static_cast<uLong>(info.compressed_size),
+          .uncompressed_size = static_cast<uLong>(info.uncompressed_size), .size_filename = info.size_filename,
+          .size_file_extra = info.size_file_extra, .size_file_comment = info.size_file_comment,
+          .disk_num_start = info.disk_num_start, .internal_fa = info.internal_fa, .external_fa = info.external_fa,
+          .tmu_date = info.tmu_date};
 }
 
 bool isAllZero(const char* bytes, std::size_t size) {

@@ -16,28 +16,14 @@
 
 namespace {
 
-constexpr std::size_t kEndRecordSize = 22;
-constexpr std::size_t kZip64EndRecordSize = 56;
-constexpr std::size_t kZip64LocatorSize = 20;
-constexpr std::size_t kCentralRecordSize = 46;
 constexpr std::uint16_t kCountInZip64Record = 0xFFFF;
 constexpr std::uint32_t kOffsetInZip64Record = 0xFFFFFFFF;
 // Made by Unix, format 3.0, as the entries; 4.5 is the version that knows the 64-bit fields.
 constexpr std::uint16_t kVersionMadeBy = (3 << 8) | 30;
 constexpr std::uint16_t kVersionNeeded = 45;
 
-std::uint64_t little(const std::uint8_t* bytes, int count) {
-  std::uint64_t value = 0;
-  for (int i = count - 1; i >= 0; --i) value = value << 8 | bytes[i];
-  return value;
-}
-
 void putLittle(std::uint8_t* bytes, std::uint64_t value, int count) {
   for (int i = 0; i < count; ++i, value >>= 8) bytes[i] = static_cast<std::uint8_t>(value & 0xff);
-}
-
-bool hasSignature(const std::uint8_t* bytes, std::uint8_t third, std::uint8_t fourth) {
-  return bytes[0] == 'P' && bytes[1] == 'K' && bytes[2] == third && bytes[3] == fourth;
 }
 
 bool writeAll(int file, const std::uint8_t* bytes, std::size_t size, std::uint64_t offset) {

@@ -9,19 +9,9 @@
 
 namespace {
 
-constexpr std::size_t kEndRecordSize = 22;
 constexpr std::size_t kMaxCommentSize = 0xffff;
-constexpr std::size_t kZip64LocatorSize = 20;
-constexpr std::size_t kZip64EndRecordSize = 56;
-constexpr std::size_t kCentralRecordSize = 46;
 constexpr std::size_t kLocalHeaderSize = 30;
 constexpr std::uint32_t kNone32 = 0xffffffff;
-
-std::uint64_t little(const std::uint8_t* bytes, int count) {
-  std::uint64_t value = 0;
-  for (int i = count - 1; i >= 0; --i) value = value << 8 | bytes[i];
-  return value;
-}
 
 }  // namespace
 
@@ -37,10 +27,6 @@ bool readAt(int file, std::uint64_t offset, std::uint8_t* buffer, std::size_t si
 }
 
 namespace {
-
-bool hasSignature(const std::uint8_t* bytes, std::uint8_t third, std::uint8_t fourth) {
-  return bytes[0] == 'P' && bytes[1] == 'K' && bytes[2] == third && bytes[3] == fourth;
-}
 
 // Bytes in front of the archive proper (a self-extractor's stub): every offset inside the archive is off by
 // them. Found the way minizip finds them, from where the directory of entries ends and where it claims to.

@@ -16,6 +16,24 @@ struct ZipEntryRange {
 /// The range of the current entry's data, checked to lie inside the file; none for a damaged archive.
 std::optional<ZipEntryRange> locateCurrentEntryData(unzFile zip, int archiveFile, std::uint64_t compressedSize);
 
+/// Sizes of the archive's fixed records.
+inline constexpr std::size_t kEndRecordSize = 22;
+inline constexpr std::size_t kZip64EndRecordSize = 56;
+inline constexpr std::size_t kZip64LocatorSize = 20;
+inline constexpr std::size_t kCentralRecordSize = 46;
+
+/// The little-endian number in the `count` bytes at `bytes`.
+inline std::uint64_t little(const std::uint8_t* bytes, int count) {
+  std::uint64_t value = 0;
+  for (int i = count - 1; i >= 0; --i) value = value << 8 | bytes[i];
+  return value;
+}
+
+/// Whether a record starts at `bytes` with the signature "PK" `third` `fourth`.
+inline bool hasSignature(const std::uint8_t* bytes, std::uint8_t third, std::uint8_t fourth) {
+  return bytes[0] == 'P' && bytes[1] == 'K' && bytes[2] == third && bytes[3] == fourth;
+}
+
 /// Reads exactly `size` bytes at `offset`; false at the end of the file or on a read error.
 bool readAt(int file, std::uint64_t offset, std::uint8_t* buffer, std::size_t size);
 

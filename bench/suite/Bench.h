@@ -40,6 +40,17 @@ Server serveTree(const Bench& bench, const std::string& tree);
 /// The throttled host (ThrottledServer.h) on a free port, once it answers.
 Server serveThrottled(const Bench& bench, const std::string& tree, double bytesPerSecond, const std::string& countFile);
 void stop(Server& server);
+/// Runs `work(server)` and stops the server afterwards, also when the work throws.
+template <class Work>
+void whileServing(Server server, const Work& work) {
+  try {
+    work(static_cast<const Server&>(server));
+  } catch (...) {
+    stop(server);
+    throw;
+  }
+  stop(server);
+}
 
 std::vector<Row> patchRows(const Bench& bench);
 std::vector<Row> installRows(const Bench& bench);

@@ -45,18 +45,14 @@ std::vector<Row> pipelineRows(const Bench& bench) {
                                quoted(shellInstall) + "/\"$name\"; done";
   step("fresh install of 200 × 1.5 MiB: zrv update / shell pipeline / sequential decode");
   std::vector<std::vector<ChildRun>> rounds;
-  try {
+  whileServing(server, [&](const Server&) {
     rounds = interleaved(
         bench.pairs,
         {{[&] { emptyInstall(zrvInstall); },
           [&] { return runChild({bench.zrv, "--server", server.base(), "update", "--install", zrvInstall}); }},
          {[&] { emptyInstall(shellInstall); }, [&] { return runShell(pipeline); }},
          {[&] { fs::remove_all(decoded); }, [&] { return runChild({bench.self, kDecodeEach, files, decoded}); }}});
-  } catch (...) {
-    stop(server);
-    throw;
-  }
-  stop(server);
+  });
   for (const auto& folder : {zrvInstall, shellInstall, decoded}) {
     verify(bench, "game", folder);
     fs::remove_all(folder);
@@ -79,7 +75,7 @@ std::vector<Row> tenInstallsRow(const Bench& bench) {
   step(std::to_string(runs) + " fresh installs of 200 × 240 KiB, each in a process of its own");
   std::vector<long> threads, peaksKiB;
   const std::string install = bench.at("install-small"), report = bench.at("fresh-install.txt");
-  try {
+  whileServing(server, [&](const Server&) {
     for (int run = 0; run < runs; ++run) {
       emptyInstall(install);
       ChildRun measured = runChild({bench.freshInstall, server.base(), install}, report);
@@ -91,11 +87,7 @@ std::vector<Row> tenInstallsRow(const Bench& bench) {
       }
       peaksKiB.push_back(measured.peakKiB);
     }
-  } catch (...) {
-    stop(server);
-    throw;
-  }
-  stop(server);
+  });
   verify(bench, "small", install);
   fs::remove_all(install);
   auto [leastThreads, mostThreads] = std::minmax_element(threads.begin(), threads.end());
@@ -122,15 +114,10 @@ std::vector<Row> throttledRow(const Bench& bench) {
   long peak = 0;
   for (int run = 0; run < std::max(2, bench.pairs - 2); ++run) {
     emptyInstall(install);
-    Server server = serveThrottled(bench, bench.at("small-out"), rate, count);
     ChildRun measured;
-    try {
+    whileServing(serveThrottled(bench, bench.at("small-out"), rate, count), [&](const Server& server) {
       measured = runChild({bench.zrv, "--server", server.base(), "update", "--install", install});
-    } catch (...) {
-      stop(server);
-      throw;
-    }
-    stop(server);
+    });
     double bytes = 0;
     std::ifstream(count) >> bytes;
     ratio.push_back(measured.seconds / (bytes / rate));

@@ -33,15 +33,10 @@ std::vector<Row> largeFileRows(const Bench& bench) {
     fs::remove_all(install);
     fs::create_directories(install + "/Frameworks/Cg.framework");
     if (patched) fs::copy_file(old, install + "/big.dat");
-    Server server = serveTree(bench, tree);
     ChildRun run;
-    try {
+    whileServing(serveTree(bench, tree), [&](const Server& server) {
       run = runChild({bench.zrv, "--server", server.base(), "update", "--install", install});
-    } catch (...) {
-      stop(server);
-      throw;
-    }
-    stop(server);
+    });
     runShell("sha1sum < " + quoted(install + "/big.dat") + " | cmp - " + quoted(expected));
     fs::remove_all(install);
     return run;

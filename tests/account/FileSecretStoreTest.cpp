@@ -2,7 +2,6 @@
 
 #include "account/SecretStore.h"
 #include "support/LogCapture.h"
-#include "support/NestedJSON.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <functional>
 
 namespace fs = std::filesystem;
@@ -119,14 +117,3 @@ TEST_F(FileSecretStoreTest, TheFileIsUsedOnlyWhenNoSecretServiceAnswers) {
 }
 
 }  // namespace
-
-TEST_F(FileSecretStoreTest, ADeeplyNestedFileReadsAsNoSavedLogin) {
-  save("bob", "cookie-1");
-  for (const auto& document : nestedDocuments(1 << 20, R"({"items": )", "}")) {
-    {
-      std::ofstream out(file, std::ios::binary | std::ios::trunc);
-      out << document.text;
-    }
-    EXPECT_EQ(authenticator.loadSavedPassword("bob"), std::nullopt) << document.name;
-  }
-}

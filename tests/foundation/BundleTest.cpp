@@ -1,7 +1,6 @@
 #include <ZRVKit/ZRVBundle.h>
 #include <ZRVKit/ZRVError.h>
 
-#include "support/NestedJSON.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -41,15 +40,4 @@ TEST(Bundle, MainBundleResourcesAndErrorDomains) {
   ZRVError missing = ZRVError::file(ENOENT, "/nowhere");
   EXPECT_TRUE(missing.hasUnderlyingPOSIX(2));
   EXPECT_FALSE(ZRVError::posix(2).hasUnderlyingPOSIX(2));
-}
-
-TEST(Bundle, DeeplyNestedTranslationsFallBackToEnglish) {
-  for (const auto& document : nestedDocuments(64u << 20, R"({"GREETING": )", "}")) {
-    TemporaryDirectory resources;
-    writeFile(resources / "Localizable.de.json", document.text);
-    ZRVBundle bundle("com.example.test", resources.path());
-    bundle.setBuiltInTable("Localizable", "en", R"({"GREETING": "Hello."})");
-    bundle.setLanguage("de");
-    EXPECT_EQ(bundle.localizedString("GREETING"), "Hello.") << document.name;
-  }
 }

@@ -11,14 +11,12 @@
 
 using namespace std::chrono_literals;
 
-TEST(MainQueue, WaitingFromTheMainThreadRunsAtOnce) {
+TEST(MainQueue, WaitingRunsAtOnceOnTheMainThreadAndUntilTheMainThreadPumpsOnAWorker) {
   ASSERT_TRUE(ZRVMainQueue::isMainThread());
   bool ran = false;
   PerformBlock::performOnMainThreadWaitUntilDone(true, [&] { ran = true; });
   EXPECT_TRUE(ran);
-}
 
-TEST(MainQueue, WorkerWaitsUntilTheMainThreadPumps) {
   ZRVMainQueue& main = ZRVOperationQueue::mainQueue();
   std::atomic<bool> ranOnMain{false};
   std::atomic<bool> workerDone{false};

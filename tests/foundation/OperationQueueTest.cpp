@@ -111,33 +111,6 @@ TEST(WorkQueue, TwoHundredItemsWaitingOnOthersFinish) {
   EXPECT_EQ(finished.load(), kItems);
 }
 
-TEST(WorkQueue, ItemsBlockedOnTheirOwnConditionsStillGetThreads) {
-  // Waits the queue cannot see (a plain condition variable) are noticed by the idle processor.
-  constexpr int kWaiters = 24;
-  std::mutex mutex;
-  std::condition_variable signal;
-  int released = 0;
-  std::atomic<int> done{0};
-  for (int i = 0; i < kWaiters; ++i) {
-    ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
-      std::unique_lock lock(mutex);
-      signal.wait(lock, [&] { return released > 0; });
-      ++done;
-    });
-  }
-  ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
-    {
-      std::lock_guard lock(mutex);
-      released = 1;
-    }
-    signal.notify_all();
-  });
-  auto deadline = std::chrono::steady_clock::now() + 20s;
-  while (done.load() < kWaiters && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(5ms);
-  EXPECT_EQ(done.load(), kWaiters);
-  EXPECT_LT(ZRVOperationQueue::workQueue().threadCount(), 200u);
-}
-
 TEST(WorkQueue, SerialQueueAndThrowingOperations) {
   ZRVOperationQueue serial("serial", 1);
   std::atomic<int> running{0};

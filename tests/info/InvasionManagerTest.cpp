@@ -5,7 +5,6 @@
 #include <ZRVKit/ZRVOperationQueue.h>
 
 #include "support/LoopbackServer.h"
-#include "support/NestedJSON.h"
 
 #include <gtest/gtest.h>
 
@@ -162,14 +161,4 @@ TEST_F(InvasionFeed, MalformedEntriesAreLeftOut) {
   auto baseline = ZRVInvasionTracker::invasionTracker().invasions().at(record["id"].get<std::string>());
   EXPECT_TRUE(baseline["as_of"].is_string());
   EXPECT_EQ(baseline["defeated"], " 4");
-}
-
-TEST_F(InvasionFeed, DeeplyNestedFeedsAreNotJSON) {
-  for (const auto& document : nestedDocuments(256 * 1024, R"({"error": )", "}")) {
-    Outcome outcome = answer(document.text);
-    EXPECT_TRUE(outcome.reached) << document.name;
-    EXPECT_TRUE(outcome.invasions.empty()) << document.name;
-    ASSERT_TRUE(outcome.error) << document.name;
-    EXPECT_EQ(outcome.error->domain(), "ZRVJSONErrorDomain") << document.name;
-  }
 }

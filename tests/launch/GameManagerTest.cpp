@@ -89,19 +89,9 @@ TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptor
   EXPECT_EQ(game["descriptors"], (ZRVJSON{0, 1, 2}));
 }
 
-TEST_F(GameManagerTest, PersistenceFlagAndAbsentValues) {
+TEST_F(GameManagerTest, ExitStatusesAndAbsentValues) {
   installGame();
   ScopedEnvironment inheritedCookie("ZRV_PLAYCOOKIE", "stale");
-  ZRVGameManager manager;
-  startAndWait(manager, std::nullopt, std::nullopt, false);
-  ZRVJSON environment = readReport()["environment"];
-  EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "0");
-  EXPECT_FALSE(environment.contains("ZRV_PLAYCOOKIE"));
-  EXPECT_FALSE(environment.contains("ZRV_GAMESERVER"));
-}
-
-TEST_F(GameManagerTest, ExitStatusesOfTheGame) {
-  installGame();
   struct Case {
     const char* variable;
     const char* value;
@@ -111,9 +101,13 @@ TEST_F(GameManagerTest, ExitStatusesOfTheGame) {
   for (const Case& c : cases) {
     ScopedEnvironment outcome(c.variable, c.value);
     ZRVGameManager manager;
-    Run run = startAndWait(manager, "cookie", "server", false);
+    Run run = startAndWait(manager, std::nullopt, std::nullopt, false);
     EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"})) << c.variable;
     EXPECT_EQ(run.status, c.status) << c.variable;
+    ZRVJSON environment = readReport()["environment"];
+    EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "0");
+    EXPECT_FALSE(environment.contains("ZRV_PLAYCOOKIE"));
+    EXPECT_FALSE(environment.contains("ZRV_GAMESERVER"));
   }
 }
 

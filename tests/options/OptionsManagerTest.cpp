@@ -2,7 +2,6 @@
 #include <ZRVKit/ZRVOptionsManager.h>
 
 #include "support/LogCapture.h"
-#include "support/NestedJSON.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -106,16 +105,4 @@ TEST(OptionsManager, DamagedFilesReadAsOptionsOff) {
   EXPECT_EQ(options.antialiasing(), 2);
   EXPECT_TRUE(options.isMusicEnabled());
   EXPECT_TRUE(options.areSoundEffetcsEnabled());
-}
-
-TEST(OptionsManager, DeeplyNestedFilesReadAsDamaged) {
-  TemporaryDirectory folder;
-  fs::path file = folder / "settings.json";
-  ZRVOptionsManager options(file);
-  for (const auto& document : nestedDocuments(16u << 20, R"({"audio": {"music": true}, "video": )", "}")) {
-    writeFile(file, document.text);
-    options.loadSettings();
-    EXPECT_FALSE(options.isMusicEnabled()) << document.name;
-    EXPECT_EQ(options.initialSettings(), ZRVJSON::object()) << document.name;
-  }
 }

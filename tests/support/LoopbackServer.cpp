@@ -57,12 +57,8 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
     {
       std::lock_guard lock(mutex_);
       requests_.push_back(request);
-      for (bool withQuery : {true, false}) {
-        auto found = routes_.find(routeKeyFor(request, withQuery));
-        if (found != routes_.end()) {
-          handler = found->second.handler;
-          break;
-        }
+      for (const std::string& key : {request.method + " " + request.target, request.method + " " + request.path}) {
+        if (auto found = routes_.find(key); found != routes_.end() && !handler) handler = found->second;
       }
     }
     arrived_.notify_all();
@@ -99,7 +95,7 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
               return true;
             }
             if (sent > 0) std::this_thread::sleep_for(scripted.trickleInterval);
-            std::size_t piece = std::min(scripted.trickleChunk, scripted.body.size() - sent);
+            std::size_t piece = std::min<std::size_t>(1024, scripted.body.size() - sent);
             bool written = sink.write(scripted.body.data() + sent, piece);
             sent += piece;
             return written;
@@ -117,9 +113,6 @@ LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) 
   };
   server_->Get(".*", answer);
   server_->Post(".*", answer);
-  server_->Put(".*", answer);
-  server_->Delete(".*", answer);
-  server_->Patch(".*", answer);
   // One request per connection: a client's pooled connection must not hold the server open at the end.
   server_->set_keep_alive_max_count(1);
 
@@ -142,32 +135,30 @@ LoopbackServer::~LoopbackServer() {
 
 std::string LoopbackServer::baseAddress() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
-std::string LoopbackServer::routeKeyFor(const RecordedRequest& request, bool withQuery) const {
-  return request.method + " " + (withQuery ? request.target : request.path);
-}
-
 void LoopbackServer::on(const std::string& method, const std::string& route, ScriptedResponse response) {
   onHandler(method, route, [response](const RecordedRequest&) { return response; });
 }
 
 void LoopbackServer::onSequence(const std::string& method, const std::string& route,
                                 std::vector<ScriptedResponse> responses) {
-  auto remaining = std::make_shared<std::vector<ScriptedResponse>>(std::move(responses));
-  auto next = std::make_shared<std::size_t>(0);
-  auto guard = std::make_shared<std::mutex>();
-  onHandler(method, route, [remaining, next, guard, method, route](const RecordedRequest&) {
-    std::lock_guard lock(*guard);
-    if (*next >= remaining->size()) {
-      ADD_FAILURE() << "more requests than scripted answers: " << method << " " << route;
-      return ScriptedResponse::text("no more answers", 599);
-    }
-    return (*remaining)[(*next)++];
+  struct Script {
+    std::mutex mutex;
+    std::vector<ScriptedResponse> responses;
+    std::size_t next = 0;
+  };
+  auto script = std::make_shared<Script>();
+  script->responses = std::move(responses);
+  onHandler(method, route, [script, method, route](const RecordedRequest&) {
+    std::lock_guard lock(script->mutex);
+    if (script->next < script->responses.size()) return script->responses[script->next++];
+    ADD_FAILURE() << "more requests than scripted answers: " << method << " " << route;
+    return ScriptedResponse::text("no more answers", 599);
   });
 }
 
 void LoopbackServer::onHandler(const std::string& method, const std::string& route, Handler handler) {
   std::lock_guard lock(mutex_);
-  routes_[method + " " + route] = Route{std::move(handler)};
+  routes_[method + " " + route] = std::move(handler);
 }
 
 std::vector<RecordedRequest> LoopbackServer::requests() const {

@@ -41,9 +41,8 @@ struct ScriptedResponse {
   bool dropConnection = false;
   /// Stream the body forever (until the client gives up or the server stops).
   bool endless = false;
-  /// Send the body in pieces of `trickleChunk` bytes with this pause between them.
+  /// Send the body in pieces of 1 KiB with this pause between them.
   std::chrono::milliseconds trickleInterval{0};
-  std::size_t trickleChunk = 1024;
 
   static ScriptedResponse json(std::string body, int status = 200);
   static ScriptedResponse text(std::string body, int status = 200);
@@ -60,7 +59,6 @@ class LoopbackServer {
 
   /// "http://127.0.0.1:PORT".
   std::string baseAddress() const;
-  int port() const { return port_; }
 
   /// Answers every `method` request for `route` with `response`. A route with "?" must match the query too.
   void on(const std::string& method, const std::string& route, ScriptedResponse response);
@@ -75,18 +73,13 @@ class LoopbackServer {
   bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
  private:
-  struct Route {
-    Handler handler;
-  };
-  std::string routeKeyFor(const RecordedRequest& request, bool withQuery) const;
-
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   int port_ = 0;
   mutable std::mutex mutex_;
   mutable std::condition_variable arrived_;
   std::condition_variable stopped_;
-  std::map<std::string, Route> routes_;
+  std::map<std::string, Handler> routes_;
   std::vector<RecordedRequest> requests_;
   bool stopping_ = false;
 };

@@ -15,3 +15,11 @@ ShellOutcome runShellCommand(const std::string& commandLine) {
   outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return outcome;
 }
+
+ShellOutcome runZrv(const std::string& tool, const std::filesystem::path& home, const std::string& arguments,
+                    const std::string& input) {
+  const std::string h = home.string();
+  return runShellCommand("cd '" + h + "' && printf '%s' '" + input + "' | env HOME='" + h + "' XDG_DATA_HOME='" + h +
+                         "/data' XDG_CACHE_HOME='" + h + "/cache' ZRV_SECRET_STORE=file ZRV_SERVER= " + tool + " " +
+                         arguments + " 2>&1");
+}

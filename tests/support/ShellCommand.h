@@ -1,6 +1,7 @@
 #pragma once
 // Runs a shell command line the way a user types it and keeps what it printed.
 
+#include <filesystem>
 #include <string>
 
 struct ShellOutcome {
@@ -9,3 +10,8 @@ struct ShellOutcome {
 };
 
 ShellOutcome runShellCommand(const std::string& commandLine);
+
+/// Runs the zrv at `tool` in `home` as its home (data and cache folders, file secret store, no server from the
+/// environment), with `input` on standard input; the output holds both streams.
+ShellOutcome runZrv(const std::string& tool, const std::filesystem::path& home, const std::string& arguments,
+                    const std::string& input = "");

@@ -26,19 +26,11 @@ TemporaryDirectory::~TemporaryDirectory() {
 
 ScopedEnvironment::ScopedEnvironment(std::string name, std::optional<std::string> value) : name_(std::move(name)) {
   if (const char* current = std::getenv(name_.c_str())) previous_ = current;
-  if (value) {
-    setenv(name_.c_str(), value->c_str(), 1);
-  } else {
-    unsetenv(name_.c_str());
-  }
+  value ? setenv(name_.c_str(), value->c_str(), 1) : unsetenv(name_.c_str());
 }
 
 ScopedEnvironment::~ScopedEnvironment() {
-  if (previous_) {
-    setenv(name_.c_str(), previous_->c_str(), 1);
-  } else {
-    unsetenv(name_.c_str());
-  }
+  previous_ ? setenv(name_.c_str(), previous_->c_str(), 1) : unsetenv(name_.c_str());
 }
 
 void writeFile(const std::filesystem::path& file, std::string_view contents) {

@@ -17,7 +17,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
 #include <random>
 #include <regex>
 #include <sstream>
@@ -30,18 +29,6 @@ namespace {
 
 constexpr const char* kNginx = "/usr/sbin/nginx";
 
-std::string fileText(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void writeText(const fs::path& file, const std::string& text) {
-  fs::create_directories(file.parent_path());
-  std::ofstream(file, std::ios::binary) << text;
-}
-
 std::string randomBytes(std::size_t size, unsigned seed) {
   std::mt19937 generator(seed);
   std::string bytes(size, '\0');
@@ -49,35 +36,33 @@ std::string randomBytes(std::size_t size, unsigned seed) {
   return bytes;
 }
 
+sockaddr_in loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
 // A loopback socket bound to a port the kernel picked; kept open only as long as the caller wants.
 struct LoopbackSocket {
-  int fd = -1;
+  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   int port = 0;
   explicit LoopbackSocket(bool listening) {
-    fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
     ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
     port = ntohs(address.sin_port);
     if (listening) ::listen(fd, 16);
   }
-  ~LoopbackSocket() {
-    if (fd >= 0) ::close(fd);
-  }
+  ~LoopbackSocket() { ::close(fd); }
 };
 
 bool accepts(int port) {
-  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-  ::close(fd);
-  return connected;
+  LoopbackSocket probe(false);
+  sockaddr_in address = loopback(port);
+  return ::connect(probe.fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
 // nginx serving `root`, run in the foreground as a child of the test.
@@ -85,15 +70,16 @@ class Nginx {
  public:
   Nginx(const fs::path& root, const fs::path& work) : work_(work) {
     port_ = LoopbackSocket(false).port;
-    for (const char* folder : {"body", "proxy", "fastcgi", "uwsgi", "scgi"}) fs::create_directories(work / "temp" / folder);
-    std::string w = work.string(), r = root.string();
-    writeText(work / "nginx.conf",
+    std::string w = work.string(), r = root.string(), temporaries;
+    for (std::string kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
+      fs::create_directories(work / "temp" / kind);
+      temporaries += "  " + kind + "_temp_path " + w + "/temp/" + kind + ";\n";
+    }
+    writeFile(work / "nginx.conf",
               "daemon off;\nmaster_process off;\nworker_processes 1;\npid " + w + "/nginx.pid;\nerror_log " + w +
                   "/error.log;\nevents { worker_connections 64; }\nhttp {\n"
-                  "  log_format requests '$status $request_uri';\n  access_log " + w + "/access.log requests;\n"
-                  "  client_body_temp_path " + w + "/temp/body;\n  proxy_temp_path " + w + "/temp/proxy;\n"
-                  "  fastcgi_temp_path " + w + "/temp/fastcgi;\n  uwsgi_temp_path " + w + "/temp/uwsgi;\n"
-                  "  scgi_temp_path " + w + "/temp/scgi;\n  default_type application/octet-stream;\n"
+                  "  log_format requests '$status $request_uri';\n  access_log " + w + "/access.log requests;\n" +
+                  temporaries + "  default_type application/octet-stream;\n"
                   "  server {\n    listen 127.0.0.1:" + std::to_string(port_) + ";\n    root " + r + ";\n"
                   "    location /unsynced/ { return 404; }\n"
                   "    location /throttled/ { alias " + r + "/; limit_rate 20k; }\n"
@@ -105,11 +91,8 @@ class Nginx {
       ::_exit(127);
     }
     for (int attempt = 0; attempt < 200 && !accepts(port_); ++attempt) {
-      int status = 0;
-      if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = -1;
-        break;
-      }
+      if (::waitpid(pid_, nullptr, WNOHANG) == pid_) pid_ = -1;  // it gave up: errors() says why
+      if (pid_ < 0) break;
       std::this_thread::sleep_for(25ms);
     }
   }
@@ -120,16 +103,14 @@ class Nginx {
     }
   }
   Nginx(const Nginx&) = delete;
-  Nginx& operator=(const Nginx&) = delete;
-
   bool running() const { return pid_ > 0 && accepts(port_); }
   std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  std::string errors() const { return fileText(work_ / "error.log"); }
+  std::string errors() const { return readFile(work_ / "error.log"); }
 
   // The requests logged since the last call, as "STATUS URI".
   std::vector<std::string> takeRequests() {
     std::vector<std::string> lines;
-    std::istringstream log(fileText(work_ / "access.log"));
+    std::istringstream log(readFile(work_ / "access.log"));
     std::string line;
     std::size_t index = 0;
     while (std::getline(log, line)) {
@@ -156,16 +137,16 @@ class NginxMirror : public ::testing::Test {
                       "server test cannot run";
     }
     // Two builds with files in sub-folders; the second changes some, adds one and keeps one.
-    writeText(home / "builds/1/Quillmoor", "#!/bin/sh\necho build 1\n");
-    writeText(home / "builds/1/data/level1.bin", randomBytes(3000, 1));
-    writeText(home / "builds/1/data/maps/harbour.map", randomBytes(2000, 2));
-    writeText(home / "builds/1/readme.txt", "same in both builds\n");
-    writeText(home / "builds/2/Quillmoor", "#!/bin/sh\necho build 2\n");
-    writeText(home / "builds/2/data/level1.bin", randomBytes(3000, 1).replace(100, 50, std::string(50, 'x')));
-    writeText(home / "builds/2/data/maps/harbour.map", randomBytes(2000, 2) + "appended");
-    writeText(home / "builds/2/data/maps/new.map", randomBytes(1000, 3));
-    writeText(home / "builds/2/readme.txt", "same in both builds\n");
-    writeText(home / "framework/Cg.framework/Cg", "framework binary");
+    writeFile(home / "builds/1/Quillmoor", "#!/bin/sh\necho build 1\n");
+    writeFile(home / "builds/1/data/level1.bin", randomBytes(3000, 1));
+    writeFile(home / "builds/1/data/maps/harbour.map", randomBytes(2000, 2));
+    writeFile(home / "builds/1/readme.txt", "same in both builds\n");
+    writeFile(home / "builds/2/Quillmoor", "#!/bin/sh\necho build 2\n");
+    writeFile(home / "builds/2/data/level1.bin", randomBytes(3000, 1).replace(100, 50, std::string(50, 'x')));
+    writeFile(home / "builds/2/data/maps/harbour.map", randomBytes(2000, 2) + "appended");
+    writeFile(home / "builds/2/data/maps/new.map", randomBytes(1000, 3));
+    writeFile(home / "builds/2/readme.txt", "same in both builds\n");
+    writeFile(home / "framework/Cg.framework/Cg", "framework binary");
     ASSERT_EQ(std::system(("cd '" + (home / "framework").string() + "' && zip -qr ../Cg.framework.zip Cg.framework").c_str()), 0);
     fs::create_directories(home / "tree");
     nginx = std::make_unique<Nginx>(home / "tree", home / "nginx");
@@ -181,13 +162,7 @@ class NginxMirror : public ::testing::Test {
     }
   }
 
-  Outcome zrv(const std::string& arguments) {
-    std::string command = "cd '" + home.path().string() + "' && env HOME='" + home.path().string() +
-                          "' XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CACHE_HOME='" +
-                          (home / "cache").string() + "' ZRV_SECRET_STORE=file ZRV_SERVER= " + ZRV_TOOL_PATH + " " +
-                          arguments + " 2>&1 </dev/null";
-    return runShellCommand(command);
-  }
+  Outcome zrv(const std::string& arguments) { return runZrv(ZRV_TOOL_PATH, home.path(), arguments); }
 
   void publish(const std::string& build, const std::vector<std::string>& mirrors, const std::string& from = "") {
     std::string command = "publish --quiet builds/" + build + " tree --framework Cg.framework.zip";
@@ -206,7 +181,7 @@ class NginxMirror : public ::testing::Test {
     for (const auto& entry : fs::recursive_directory_iterator(home / "builds" / build)) {
       if (!entry.is_regular_file()) continue;
       fs::path name = fs::relative(entry.path(), home / "builds" / build);
-      EXPECT_EQ(fileText(home / install / name), fileText(entry.path())) << name;
+      EXPECT_EQ(readFile(home / install / name), readFile(entry.path())) << name;
     }
   }
 
@@ -278,7 +253,7 @@ TEST_F(NginxMirror, AnUnsyncedMirrorAloneFailsNamingEveryFileAndTheMirror) {
 
 TEST_F(NginxMirror, AThrottledMirrorIsNoStallWhileTricklingAndSilentOnesAre) {
   // Incompressible, so that its download takes seconds at the throttled rate.
-  writeText(home / "builds/1/data/level1.bin", randomBytes(80 * 1024, 4));
+  writeFile(home / "builds/1/data/level1.bin", randomBytes(80 * 1024, 4));
   publish("1", {nginx->base() + "/throttled/content/"});
   Outcome throttled = update("game", 2);
   EXPECT_EQ(throttled.status, 0) << throttled.output;

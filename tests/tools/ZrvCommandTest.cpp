@@ -4,11 +4,7 @@
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <cstdlib>
-#include <string>
 
 namespace {
 
@@ -18,13 +14,8 @@ class ZrvCommand : public ::testing::Test {
  protected:
   TemporaryDirectory home;
 
-  // Runs zrv in a private home (data folder, saved logins), with `input` on standard input.
   Outcome zrv(const std::string& arguments, const std::string& input = "") {
-    std::string command = "cd '" + home.path().string() + "' && printf '%s' '" + input + "' | env HOME='" +
-                          home.path().string() + "' XDG_DATA_HOME='" + (home / "data").string() + "' XDG_CACHE_HOME='" +
-                          (home / "cache").string() + "' ZRV_SECRET_STORE=file ZRV_SERVER= " + ZRV_TOOL_PATH + " " +
-                          arguments + " 2>&1";
-    return runShellCommand(command);
+    return runZrv(ZRV_TOOL_PATH, home.path(), arguments, input);
   }
 };
 

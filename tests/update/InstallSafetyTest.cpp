@@ -15,38 +15,25 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <functional>
-#include <future>
 #include <map>
 #include <random>
 #include <thread>
+#include <variant>
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 namespace {
 
-// One run of the shared chain, to its outcome.
-struct Outcome {
-  std::optional<std::string> completed;
-  std::optional<ZRVError> failed;
-};
-
-std::optional<Outcome> update(ZRVPatcher& patcher, const fs::path& install, std::chrono::seconds timeout = 30s) {
-  auto outcome = std::make_shared<Outcome>();
-  auto done = std::make_shared<std::atomic<bool>>(false);
+// One run of the shared chain: its completion message or its error; nothing when it never ended.
+using Outcome = std::variant<std::string, ZRVError>;
+std::optional<Outcome> update(ZRVPatcher& patcher, const fs::path& install) {
+  auto outcome = std::make_shared<std::optional<Outcome>>();
   patcher.checkForGameUpdates(
-      install, nullptr,
-      [outcome, done](const std::string& message) {
-        outcome->completed = message;
-        done->store(true);
-      },
-      [outcome, done](const ZRVError& error) {
-        outcome->failed = error;
-        done->store(true);
-      });
-  if (!ZRVOperationQueue::mainQueue().runUntil([done] { return done->load(); }, timeout)) return std::nullopt;
+      install, nullptr, [outcome](const std::string& message) { *outcome = message; },
+      [outcome](const ZRVError& error) { *outcome = error; });
+  ZRVOperationQueue::mainQueue().runUntil([outcome] { return outcome->has_value(); }, 30s);
   return *outcome;
 }
 
@@ -54,14 +41,9 @@ std::optional<Outcome> update(ZRVPatcher& patcher, const fs::path& install, std:
 std::map<std::string, std::string> snapshot(const fs::path& folder) {
   std::map<std::string, std::string> entries;
   for (auto it = fs::recursive_directory_iterator(folder); it != fs::recursive_directory_iterator(); ++it) {
-    std::string name = fs::relative(it->path(), folder).string();
-    if (it->is_symlink()) {
-      entries[name] = "-> " + fs::read_symlink(it->path()).string();
-    } else if (it->is_directory()) {
-      entries[name] = "<folder>";
-    } else {
-      entries[name] = readFile(it->path());
-    }
+    entries[fs::relative(it->path(), folder)] = it->is_symlink()     ? "-> " + fs::read_symlink(it->path()).string()
+                                                : it->is_directory() ? "<folder>"
+                                                                     : readFile(it->path());
   }
   return entries;
 }
@@ -70,11 +52,10 @@ std::map<std::string, std::string> snapshot(const fs::path& folder) {
 std::vector<std::string> temporaryNames(const fs::path& install) {
   std::vector<std::string> found;
   for (const auto& [name, contents] : snapshot(install)) {
-    std::string leaf = fs::path(name).filename().string();
-    if (leaf == ".tmp" || leaf == "Cg.framework.zip" || (leaf.size() > 8 && leaf.ends_with(".partial")) ||
-        (leaf.size() > 8 && leaf[0] == '.' && leaf[leaf.size() - 7] == '.')) {
-      found.push_back(name);
-    }
+    std::string leaf = fs::path(name).filename();
+    bool ours = leaf == ".tmp" || leaf == "Cg.framework.zip" || (leaf.size() > 8 && leaf.ends_with(".partial")) ||
+                (leaf.size() > 8 && leaf[0] == '.' && leaf[leaf.size() - 7] == '.');
+    if (ours) found.push_back(name);
   }
   return found;
 }
@@ -117,29 +98,27 @@ TEST(InstallSafety, LinksPlantedAtTemporaryPathsLeadNowhereOutside) {
     std::function<void(const fs::path& install, const fs::path& outside)> plant;
     bool frameworkMissing;
   } cases[] = {
-      {".tmp is a link", [](auto& install, auto& outside) { fs::create_directory_symlink(outside, install / ".tmp"); },
-       false},
-      {"data/.tmp is a link",
-       [](auto& install, auto& outside) { fs::create_directory_symlink(outside, install / "data" / ".tmp"); }, false},
+      {".tmp is a link", [](auto& in, auto& out) { fs::create_directory_symlink(out, in / ".tmp"); }, false},
+      {"data/.tmp is a link", [](auto& in, auto& out) { fs::create_directory_symlink(out, in / "data/.tmp"); }, false},
       {"the patch file is a link",
-       [](auto& install, auto& outside) {
-         fs::create_directories(install / ".tmp");
-         fs::create_symlink(outside / "victim", install / ".tmp" / "game.bin.bz2");
+       [](auto& in, auto& out) {
+         fs::create_directories(in / ".tmp");
+         fs::create_symlink(out / "victim", in / ".tmp/game.bin.bz2");
        },
        false},
       {"the next .partial names are links",
-       [](auto& install, auto& outside) {
-         for (const auto& name : nextTemporaryNames("new.bin", 40)) fs::create_symlink(outside / "victim", install / name);
-         for (const auto& name : nextTemporaryNames("game.bin", 40)) fs::create_symlink(outside / "victim", install / name);
+       [](auto& in, auto& out) {
+         for (const char* file : {"new.bin", "game.bin"}) {
+           for (const auto& name : nextTemporaryNames(file, 40)) fs::create_symlink(out / "victim", in / name);
+         }
        },
        false},
-      {"Frameworks is a link",
-       [](auto& install, auto& outside) { fs::create_directory_symlink(outside, install / "Frameworks"); }, true},
+      {"Frameworks is a link", [](auto& in, auto& out) { fs::create_directory_symlink(out, in / "Frameworks"); }, true},
       {"the framework's temporary folder is a link",
-       [](auto& install, auto& outside) {
-         fs::create_directories(install / "Frameworks");
+       [](auto& in, auto& out) {
+         fs::create_directories(in / "Frameworks");
          for (const auto& name : nextTemporaryNames("Cg.framework", 40)) {
-           fs::create_directory_symlink(outside, install / "Frameworks" / name);
+           fs::create_directory_symlink(out, in / "Frameworks" / name);
          }
        },
        true},
@@ -154,10 +133,10 @@ TEST(InstallSafety, LinksPlantedAtTemporaryPathsLeadNowhereOutside) {
     const auto outsideBefore = snapshot(outside.path());
 
     UpdateServer content;
-    content.publish("game.bin", v2);
-    content.addPatch("game.bin", v1);
-    content.publish("data/game.bin", v2);
-    content.addPatch("data/game.bin", v1);
+    for (const char* name : {"game.bin", "data/game.bin"}) {
+      content.publish(name, v2);
+      content.addPatch(name, v1);
+    }
     content.publish("new.bin", "fresh");
     content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip",
                         ScriptedResponse::text(zipOf({{"Cg.framework/Cg", "framework"}})));
@@ -167,11 +146,11 @@ TEST(InstallSafety, LinksPlantedAtTemporaryPathsLeadNowhereOutside) {
     ASSERT_TRUE(outcome) << c.name << ": the run never ended";
     EXPECT_EQ(snapshot(outside.path()), outsideBefore) << c.name;
     if (c.frameworkMissing && fs::is_symlink(install / "Frameworks")) {
-      ASSERT_TRUE(outcome->failed) << c.name;  // nowhere safe to unpack: the unzip failure
-      EXPECT_EQ(outcome->failed->code(), 2) << c.name;
+      auto* failed = std::get_if<ZRVError>(&*outcome);  // nowhere safe to unpack: the unzip failure
+      EXPECT_TRUE(failed && failed->code() == 2) << c.name;
       continue;
     }
-    EXPECT_EQ(outcome->completed, "Everything is up to date") << c.name;
+    EXPECT_EQ(*outcome, Outcome("Everything is up to date")) << c.name;
     EXPECT_EQ(readFile(install / "game.bin"), v2) << c.name;
     EXPECT_EQ(readFile(install / "data" / "game.bin"), v2) << c.name;
     EXPECT_EQ(readFile(install / "new.bin"), "fresh") << c.name;
@@ -185,16 +164,12 @@ TEST(InstallSafety, NamesThatNameNoFileAreSkipped) {
   TemporaryDirectory install;
   fs::create_directories(install / "Frameworks" / "Cg.framework");
   UpdateServer content;
-  for (const char* name : {".", "./", "a/./b.bin", "a/.", "maps/", "./game.bin"}) {
-    content.manifest[name] = {{"only", {"darwin"}}, {"hash", "x"}, {"compHash", "y"}, {"dl", "files/x.bz2"},
-                              {"patches", ZRVJSON::object()}};
-  }
+  const ZRVJSON entry = {{"only", {"darwin"}}, {"hash", "x"}, {"compHash", "y"}, {"dl", "files/x.bz2"}, {"patches", ZRVJSON::object()}};
+  for (const char* name : {".", "./", "a/./b.bin", "a/.", "maps/", "./game.bin"}) content.manifest[name] = entry;
   content.publish("game.bin", "the game");
   content.serveManifestAndMirrors();
   ZRVPatcher patcher;
-  auto outcome = update(patcher, install.path());
-  ASSERT_TRUE(outcome) << "the run never ended";
-  EXPECT_EQ(outcome->completed, "Everything is up to date");
+  EXPECT_EQ(update(patcher, install.path()), Outcome("Everything is up to date"));
   EXPECT_EQ(readFile(install / "game.bin"), "the game");
   EXPECT_EQ(content.server().requestCount("GET", "/content/files/x.bz2"), 0u);
 }
@@ -215,18 +190,14 @@ TEST(InstallSafety, ARunClearsWhatKilledRunsLeftAndNothingElse) {
       "game.bin", "data/level.dat", ".config.backup", "notes.partial", ".game.bin." + alive + ".0.partial",
       ".tmpfile", "data/.game.bin.Ab12Cd", "Frameworks/Cg.framework/Cg", ".settings.json.Xy12Zw", "settings.json",
   };
-  for (const auto& name : leftovers) {
-    writeFile(install / name, "left");
-    fs::last_write_time(install / name, fs::file_time_type::clock::now() - 2min);
-  }
+  for (const auto& name : leftovers) writeFile(install / name, "left");
+  for (const auto& name : leftovers) fs::last_write_time(install / name, fs::file_time_type::clock::now() - 2min);
   for (const auto& name : keepers) writeFile(install / name, "kept");
   UpdateServer content;
   content.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::json("{}"));
   content.server().on("GET", "/api/mirrors", ScriptedResponse::json("[]"));
   ZRVPatcher patcher;
-  auto outcome = update(patcher, install.path());
-  ASSERT_TRUE(outcome);
-  EXPECT_EQ(outcome->completed, "Everything is up to date");
+  EXPECT_EQ(update(patcher, install.path()), Outcome("Everything is up to date"));
   for (const auto& name : leftovers) EXPECT_FALSE(fs::exists(install / name)) << name;
   EXPECT_FALSE(fs::exists(install / "data" / ".tmp"));
   EXPECT_FALSE(fs::exists(install / "Frameworks" / (".Cg.framework." + dead + ".3.partial")));
@@ -272,9 +243,9 @@ TEST(InstallSafety, RunsKilledAtRandomMomentsConvergeWithNothingLeftBehind) {
       if (child == 0) {
         setenv("HOME", home.path().c_str(), 1);
         setenv("XDG_DATA_HOME", (home / "data").c_str(), 1);
-        int null = ::open((home / "zrv.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        dup2(null, 1);
-        dup2(null, 2);
+        int log = ::open((home / "zrv.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        dup2(log, 1);
+        dup2(log, 2);
         execl(ZRV_TOOL_PATH, ZRV_TOOL_PATH, "--server", content.base().c_str(), "update", "--install",
               install.path().c_str(), "--stall-timeout", "10", static_cast<char*>(nullptr));
         _exit(127);

@@ -3,9 +3,12 @@
 
 #include <ZRVKit/ZRVData.h>
 
+#include "update/bzip2/BZip2Blocks.h"
+
 #include <bzlib.h>
 
 #include <cstdint>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -32,6 +35,30 @@ inline ZRVData bzip2(const ZRVData& input, int level = 9) {
   }
   output.resize(length);
   return output;
+}
+
+/// A block of a bzip2 stream, in bits: from its magic to the next magic.
+struct Block {
+  std::uint64_t start, end;
+};
+
+inline std::vector<Block> blocksOf(const ZRVData& stream) {
+  std::vector<Block> blocks;
+  for (auto magic = BZip2Blocks::findMagic(stream.data(), stream.size(), 32); magic && !magic->end;) {
+    auto following = BZip2Blocks::findMagic(stream.data(), stream.size(), magic->bit + 48);
+    if (!following) break;
+    blocks.push_back({magic->bit, following->bit});
+    magic = following;
+  }
+  return blocks;
+}
+
+/// Runs of zeros between bytes of a small range: at level 1, several 100 kB blocks, about half their size.
+inline ZRVData gameLikeBytes(std::size_t length, unsigned seed) {
+  ZRVData bytes(length);
+  std::mt19937 random(seed);
+  for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<std::uint8_t>(i % 512 < 200 ? 0 : random() % 40);
+  return bytes;
 }
 
 struct PatchParts {

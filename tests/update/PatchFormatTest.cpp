@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <limits>
 #include <new>
 #include <stdexcept>
 
@@ -83,43 +82,28 @@ std::string failureOf(const ZRVData& old, const ZRVData& patch) {
   return heldFailure;
 }
 
-TEST(PatchFormat, offtinIsSignMagnitude) {
+TEST(PatchFormat, rawAndCompressedPatchesApplyAlike) {
+  ZRVData negativeZeroSize = PatchParts{{}, {}, {}, 0}.raw();
+  negativeZeroSize[31] = 0x80;  // the new size field as a negative zero
   struct Case {
-    ZRVData bytes;
-    std::int64_t value;
+    const char* name;
+    ZRVData old;
+    PatchParts parts;
+    ZRVData expected;
   } cases[] = {
-      {{0, 0, 0, 0, 0, 0, 0, 0x80}, 0},  // negative zero
-      {{1, 0, 0, 0, 0, 0, 0, 0}, 1},
-      {{1, 0, 0, 0, 0, 0, 0, 0x80}, -1},
-      {{0x34, 0x12, 0, 0, 0, 0, 0, 0}, 0x1234},
-      {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x7f}, std::numeric_limits<std::int64_t>::max()},
-      {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, -std::numeric_limits<std::int64_t>::max()},
+      // Old positions run from -2 to 3 over a 3-byte old file: only 0..2 get old bytes added.
+      {"seeks before and past the old file", kOld, {{{1, 1, -3}, {6, 0, 0}}, {1, 0, 1, 2, 3, 4, 5}, {99}, 8},
+       {11, 99, 0, 1, 2 + 10, 3 + 20, 4 + 30, 5}},
+      {"add bytes wrap modulo 256", {10, 20}, {{{2, 0, 0}}, {250, 240}, {}, 2}, {4, 4}},
+      {"new size zero needs no control triple", kOld, {{}, {}, {}, 0}, {}},
   };
-  for (const Case& c : cases) EXPECT_EQ(bsdiff::offtin(c.bytes.data()), c.value);
-}
-
-TEST(PatchFormat, rawAndCompressedGiveTheSameResult) {
-  // Old positions run from -2 to 3 over a 3-byte old file: only 0..2 get old bytes added.
-  PatchParts parts{{{1, 1, -3}, {6, 0, 0}}, {1, 0, 1, 2, 3, 4, 5}, {99}, 8};
-  const ZRVData expected = {11, 99, 0, 1, 2 + 10, 3 + 20, 4 + 30, 5};
-  EXPECT_EQ(bsdiff::patch(kOld, parts.raw()), expected);
-  EXPECT_EQ(bsdiff::patch(kOld, parts.compressed()), expected);
-  EXPECT_EQ(bsdiff::dataWithData(kOld, parts.compressed()), expected);
-  EXPECT_EQ(bsdiff::initWithData(kOld, parts.raw()), expected);
-}
-
-TEST(PatchFormat, addBytesWrapModulo256) {
-  PatchParts parts{{{2, 0, 0}}, {250, 240}, {}, 2};
-  EXPECT_EQ(bsdiff::patch({10, 20}, parts.raw()), (ZRVData{4, 4}));
-}
-
-TEST(PatchFormat, newSizeZeroNeedsNoControlTriple) {
-  EXPECT_EQ(bsdiff::patch(kOld, PatchParts{{}, {}, {}, 0}.raw()), ZRVData{});
-  EXPECT_EQ(bsdiff::patch(kOld, PatchParts{{}, {}, {}, 0}.compressed()), ZRVData{});
-  // The new size field as a negative zero.
-  ZRVData patch = PatchParts{{}, {}, {}, 0}.raw();
-  patch[31] = 0x80;
-  EXPECT_EQ(bsdiff::patch(kOld, patch), ZRVData{});
+  for (const Case& c : cases) {
+    EXPECT_EQ(bsdiff::patch(c.old, c.parts.raw()), c.expected) << c.name;
+    EXPECT_EQ(bsdiff::patch(c.old, c.parts.compressed()), c.expected) << c.name;
+    EXPECT_EQ(bsdiff::dataWithData(c.old, c.parts.compressed()), c.expected) << c.name;
+    EXPECT_EQ(bsdiff::initWithData(c.old, c.parts.raw()), c.expected) << c.name;
+  }
+  EXPECT_EQ(bsdiff::patch(kOld, negativeZeroSize), ZRVData{});
 }
 
 TEST(PatchFormat, failures) {

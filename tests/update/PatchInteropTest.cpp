@@ -1,5 +1,6 @@
 // Patches travel both ways between this library and Debian's bsdiff/bspatch, over files of several shapes.
 
+#include "support/ShellCommand.h"
 #include "support/TemporaryDirectory.h"
 
 #include <patchmaker/PatchMaker.h>
@@ -8,10 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <fstream>
 #include <random>
 
 namespace {
@@ -41,19 +38,9 @@ ZRVData concat(std::initializer_list<ZRVData> parts) {
 
 ZRVData slice(const ZRVData& data, std::size_t from, std::size_t to) { return ZRVData(data.begin() + from, data.begin() + to); }
 
-void save(const std::filesystem::path& file, const ZRVData& bytes) {
-  std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
+std::string text(const ZRVData& bytes) { return std::string(bytes.begin(), bytes.end()); }
 
-ZRVData load(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return ZRVData(std::istreambuf_iterator<char>(stream), {});
-}
-
-int run(const std::string& command) {
-  int status = std::system((command + " 2>/dev/null").c_str());
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+int run(const std::string& command) { return runShellCommand(command + " 2>/dev/null").status; }
 
 struct Shape {
   const char* name;
@@ -81,14 +68,14 @@ TEST(PatchInterop, debianPatchesApplyThroughZrvLikeBspatch) {
   for (const Shape& shape : shapes()) {
     // Debian's bsdiff cannot map empty files, so it makes no patch for them.
     if (shape.old.empty() || shape.now.empty()) continue;
-    save(file("old"), shape.old);
-    save(file("new"), shape.now);
+    writeFile(file("old"), text(shape.old));
+    writeFile(file("new"), text(shape.now));
     ASSERT_EQ(run("bsdiff " + file("old") + " " + file("new") + " " + file("patch")), 0) << "is bsdiff installed?";
     ASSERT_EQ(run("bspatch " + file("old") + " " + file("by-bspatch") + " " + file("patch")), 0) << shape.name;
     ASSERT_EQ(run(std::string(ZRV_TOOL_PATH) + " patch " + file("old") + " " + file("patch") + " " + file("by-zrv")), 0)
         << shape.name;
-    EXPECT_EQ(load(file("by-zrv")), load(file("by-bspatch"))) << shape.name;
-    EXPECT_EQ(load(file("by-zrv")), shape.now) << shape.name;
+    EXPECT_EQ(readFile(file("by-zrv")), readFile(file("by-bspatch"))) << shape.name;
+    EXPECT_EQ(readFile(file("by-zrv")), text(shape.now)) << shape.name;
   }
 }
 
@@ -97,10 +84,10 @@ TEST(PatchInterop, patchMakerPatchesApplyWithBspatchAndTheLibrary) {
   const auto file = [&](const char* name) { return (folder / name).string(); };
   for (const Shape& shape : shapes()) {
     const ZRVData compressed = makePatch(shape.old, shape.now, false);
-    save(file("old"), shape.old);
-    save(file("patch"), compressed);
+    writeFile(file("old"), text(shape.old));
+    writeFile(file("patch"), text(compressed));
     ASSERT_EQ(run("bspatch " + file("old") + " " + file("by-bspatch") + " " + file("patch")), 0) << shape.name;
-    EXPECT_EQ(load(file("by-bspatch")), shape.now) << shape.name;
+    EXPECT_EQ(readFile(file("by-bspatch")), text(shape.now)) << shape.name;
     EXPECT_EQ(bsdiff::patch(shape.old, compressed), shape.now) << shape.name;
     EXPECT_EQ(bsdiff::patch(shape.old, makePatch(shape.old, shape.now, true)), shape.now) << shape.name;
   }
@@ -108,16 +95,14 @@ TEST(PatchInterop, patchMakerPatchesApplyWithBspatchAndTheLibrary) {
 
 TEST(PatchInterop, zrvPatchReportsACorruptPatchAndWritesNothing) {
   TemporaryDirectory folder;
-  save(folder / "old", {1, 2, 3});
   ZRVData patch = makePatch({1, 2, 3}, {1, 2, 3, 4}, false);
   patch[31] = 0x7f;  // a new size far beyond what the streams hold
-  save(folder / "patch", patch);
-  std::string command = std::string(ZRV_TOOL_PATH) + " patch " + (folder / "old").string() + " " +
-                        (folder / "patch").string() + " " + (folder / "new").string() + " 2>" +
-                        (folder / "stderr").string();
-  int status = std::system(command.c_str());
-  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1);
-  EXPECT_EQ(readFile(folder / "stderr"), "zrv patch: bsdiff: Corrupt patch\n");
+  writeFile(folder / "old", text({1, 2, 3}));
+  writeFile(folder / "patch", text(patch));
+  ShellOutcome outcome = runShellCommand(std::string(ZRV_TOOL_PATH) + " patch " + (folder / "old").string() + " " +
+                                         (folder / "patch").string() + " " + (folder / "new").string() + " 2>&1");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.output, "zrv patch: bsdiff: Corrupt patch\n");
   EXPECT_FALSE(std::filesystem::exists(folder / "new"));
 }
 

@@ -4,21 +4,14 @@
 #include <ZRVKit/ZRVHosts.h>
 
 #include "support/TemporaryDirectory.h"
-
-#include <bzlib.h>
+#include "tests/update/PatchBuilder.h"
 
 #include <cstdlib>
 #include <stdexcept>
 
 std::string bzip2(const std::string& data) {
-  std::string out(data.size() + data.size() / 100 + 600, '\0');
-  auto length = static_cast<unsigned int>(out.size());
-  if (BZ2_bzBuffToBuffCompress(out.data(), &length, const_cast<char*>(data.data()),
-                               static_cast<unsigned int>(data.size()), 9, 0, 0) != BZ_OK) {
-    throw std::runtime_error("bzip2 failed");
-  }
-  out.resize(length);
-  return out;
+  const ZRVData compressed = bzip2(ZRVData(data.begin(), data.end()));
+  return std::string(compressed.begin(), compressed.end());
 }
 
 std::string sha1(const std::string& data) {

@@ -31,7 +31,7 @@ struct Sandbox {
     for (const fs::directory_entry& entry : fs::directory_iterator(root)) {
       if (entry.path() != out) return false;
     }
-    return isEmptyFolder(outside);
+    return fs::is_empty(outside);
   }
 };
 

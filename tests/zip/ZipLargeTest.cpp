@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -65,6 +66,29 @@ void makeLargeFile(const fs::path& path) {
   ::close(file);
 }
 
+// Our archive of `tree` passes every peer's own test; it and every peer's archive of `tree` unpack here to what
+// `expectUnpacked` looks for.
+void expectBothWays(const fs::path& tree, const fs::path& work,
+                    const std::function<void(const fs::path&)>& expectUnpacked) {
+  const fs::path ours = work / "ours.zip";
+  ASSERT_TRUE(SSZipArchive::createZipFileAtPath(ours, tree));
+  for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(ours), 0) << peer.name;
+  std::vector<const ZipPeer*> writers = {nullptr};  // none: this library
+  for (const ZipPeer& peer : zipPeers()) writers.push_back(&peer);
+  for (const ZipPeer* writer : writers) {
+    SCOPED_TRACE(writer ? writer->name : "ours");
+    const fs::path archive = writer ? work / "peer.zip" : ours;
+    if (writer) {
+      ASSERT_EQ(writer->archiveFolder(archive, tree), 0);
+    }
+    const fs::path out = work / "out";
+    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
+    expectUnpacked(out);
+    fs::remove_all(out);
+    fs::remove(archive);
+  }
+}
+
 }  // namespace
 
 TEST(ZipLarge, MoreThan65535EntriesBothWays) {
@@ -75,23 +99,7 @@ TEST(ZipLarge, MoreThan65535EntriesBothWays) {
   }
   for (int index = 0; index < kManyEntries; ++index) writeFile(tree / manyEntryName(index), std::to_string(index));
 
-  const fs::path ours = temporary / "ours.zip";
-  ASSERT_TRUE(SSZipArchive::createZipFileAtPath(ours, tree));
-  for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(ours), 0) << peer.name;
-  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(ours, temporary / "ours"));
-  expectManyEntries(temporary / "ours");
-  fs::remove_all(temporary / "ours");
-
-  for (const ZipPeer& peer : zipPeers()) {
-    SCOPED_TRACE(peer.name);
-    const fs::path archive = temporary / "peer.zip";
-    ASSERT_EQ(peer.archiveFolder(archive, tree), 0);
-    const fs::path out = temporary / "out";
-    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
-    expectManyEntries(out);
-    fs::remove_all(out);
-    fs::remove(archive);
-  }
+  expectBothWays(tree, temporary.path(), expectManyEntries);
 }
 
 // minizip on its own (as this library wrote them before) counts 0xFFFF entries in the end record and writes no
@@ -117,26 +125,8 @@ TEST(ZipLarge, EntryOfMoreThan4GiBBothWays) {
   makeLargeFile(tree / "large.bin");
   writeFile(tree / "small.txt", "after the large entry");
 
-  const fs::path ours = temporary / "ours.zip";
-  ASSERT_TRUE(SSZipArchive::createZipFileAtPath(ours, tree));
-  for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(ours), 0) << peer.name;
-  {
-    const fs::path out = temporary / "out";
-    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(ours, out));
+  expectBothWays(tree, temporary.path(), [&](const fs::path& out) {
     EXPECT_TRUE(sameContents(out / "large.bin", tree / "large.bin"));
     EXPECT_EQ(readFile(out / "small.txt"), "after the large entry");
-    fs::remove_all(out);
-  }
-
-  for (const ZipPeer& peer : zipPeers()) {
-    SCOPED_TRACE(peer.name);
-    const fs::path archive = temporary / "peer.zip";
-    ASSERT_EQ(peer.archiveFolder(archive, tree), 0);
-    const fs::path out = temporary / "out";
-    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
-    EXPECT_TRUE(sameContents(out / "large.bin", tree / "large.bin"));
-    EXPECT_EQ(readFile(out / "small.txt"), "after the large entry");
-    fs::remove_all(out);
-    fs::remove(archive);
-  }
+  });
 }

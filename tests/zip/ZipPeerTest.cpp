@@ -6,33 +6,12 @@
 
 #include <support/TemporaryDirectory.h>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <ctime>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-void setModificationTime(const fs::path& path, std::time_t seconds) {
-  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
-}
-
-mode_t modeOf(const fs::path& path) {
-  struct stat info {};
-  EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
-  return info.st_mode & 07777;
-}
-
-std::time_t modificationTime(const fs::path& path) {
-  struct stat info {};
-  EXPECT_EQ(stat(path.c_str(), &info), 0) << path;
-  return info.st_mtim.tv_sec;
-}
 
 // Files of the sizes and contents that matter to deflate and to the checksums: empty, one byte, every byte
 // value, a long run and data across several chunks.
@@ -44,47 +23,35 @@ std::vector<std::pair<std::string, std::string>> sampleFiles() {
     state = state * 1103515245u + 12345u;
     large += static_cast<char>('a' + (state >> 16) % 7);
   }
-  return {{"empty.txt", ""},
-          {"one.txt", "1"},
-          {"bytes.bin", everyByte},
-          {"folder/run.bin", std::string(300000, '\0') + "end"},
-          {"folder/deeper/large.txt", large},
+  return {{"empty.txt", ""}, {"one.txt", "1"}, {"bytes.bin", everyByte},
+          {"folder/run.bin", std::string(300000, '\0') + "end"}, {"folder/deeper/large.txt", large},
           {"name with spaces.txt", "spaces"}};
 }
 
 }  // namespace
 
-TEST(ZipPeers, ArchivesWrittenHerePassEveryPeerAndUnpackTheSame) {
+TEST(ZipPeers, ArchivesGoBothWaysBetweenUsAndEveryPeerByteForByte) {
   TemporaryDirectory temporary;
   const fs::path tree = temporary / "tree";
   for (const auto& [name, contents] : sampleFiles()) writeFile(tree / name, contents);
   fs::permissions(tree / "folder" / "run.bin", fs::perms(0755));
+  fs::create_directories(tree / "empty-folder");
   ASSERT_TRUE(SSZipArchive::createZipFileAtPath(temporary / "ours.zip", tree));
 
   for (const ZipPeer& peer : zipPeers()) {
     SCOPED_TRACE(peer.name);
     EXPECT_EQ(peer.test(temporary / "ours.zip"), 0);
-    const fs::path out = temporary / ("by " + peer.name);
-    ASSERT_EQ(peer.extract(temporary / "ours.zip", out), 0);
-    for (const auto& [name, contents] : sampleFiles()) EXPECT_EQ(readFile(out / name), contents) << name;
+    const fs::path theirs = temporary / ("by " + peer.name), peerArchive = temporary / (peer.name + ".zip");
+    ASSERT_EQ(peer.extract(temporary / "ours.zip", theirs), 0);
+    ASSERT_EQ(peer.archiveFolder(peerArchive, tree), 0);
+    const fs::path ours = temporary / ("from " + peer.name);
+    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(peerArchive, ours));
+    for (const auto& [name, contents] : sampleFiles()) {
+      EXPECT_EQ(readFile(theirs / name), contents) << name;
+      EXPECT_EQ(readFile(ours / name), contents) << name;
+    }
   }
   EXPECT_EQ(modeOf(temporary / "by Info-ZIP" / "folder" / "run.bin"), 0755u);
-}
-
-TEST(ZipPeers, PeerArchivesUnpackHereByteForByte) {
-  TemporaryDirectory temporary;
-  const fs::path tree = temporary / "tree";
-  for (const auto& [name, contents] : sampleFiles()) writeFile(tree / name, contents);
-  fs::create_directories(tree / "empty-folder");
-
-  for (const ZipPeer& peer : zipPeers()) {
-    SCOPED_TRACE(peer.name);
-    const fs::path archive = temporary / (peer.name + ".zip");
-    ASSERT_EQ(peer.archiveFolder(archive, tree), 0);
-    const fs::path out = temporary / ("from " + peer.name);
-    ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, out));
-    for (const auto& [name, contents] : sampleFiles()) EXPECT_EQ(readFile(out / name), contents) << name;
-  }
 }
 
 TEST(ZipPeers, EntriesFromMemoryGetFileAndFolderPermissions) {
@@ -153,10 +120,8 @@ TEST(ZipPeers, DatesADosDateCannotHoldBecomeTheNearestItCan) {
     std::time_t archived;
   };
   const std::vector<Case> cases{
-      {localTime(1970, 6, 1, 12, 0, 0), localTime(1980, 1, 1, 0, 0, 0)},
       {0, localTime(1980, 1, 1, 0, 0, 0)},
       {localTime(1980, 1, 1, 0, 0, 0), localTime(1980, 1, 1, 0, 0, 0)},
-      {localTime(2001, 2, 3, 4, 5, 6), localTime(2001, 2, 3, 4, 5, 6)},
       {localTime(2150, 1, 1, 0, 0, 0), localTime(2107, 12, 31, 23, 59, 58)},
   };
   TemporaryDirectory temporary;

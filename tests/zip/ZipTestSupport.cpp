@@ -1,5 +1,6 @@
 #include "ZipTestSupport.h"
 
+#include <fcntl.h>
 #include <minizip/zip.h>
 #include <sys/stat.h>
 
@@ -62,8 +63,6 @@ std::vector<std::string> describeTree(const fs::path& root) {
   return lines;
 }
 
-bool isEmptyFolder(const fs::path& folder) { return fs::is_empty(folder); }
-
 std::time_t localTime(int year, int month, int day, int hour, int minute, int second) {
   std::tm local{};
   local.tm_year = year - 1900;
@@ -74,4 +73,21 @@ std::time_t localTime(int year, int month, int day, int hour, int minute, int se
   local.tm_sec = second;
   local.tm_isdst = -1;
   return std::mktime(&local);
+}
+
+void setModificationTime(const fs::path& path, std::time_t seconds) {
+  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+std::time_t modificationTime(const fs::path& path) {
+  struct stat info {};
+  EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
+  return info.st_mtim.tv_sec;
+}
+
+unsigned modeOf(const fs::path& path) {
+  struct stat info {};
+  EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
 }

@@ -26,8 +26,11 @@ std::string quoted(const std::filesystem::path& path);
 /// Every item below `root` as "relative path: type mode mtime [contents|target]", sorted, for comparing trees.
 std::vector<std::string> describeTree(const std::filesystem::path& root);
 
-/// Whether anything at all is below `folder`.
-bool isEmptyFolder(const std::filesystem::path& folder);
+/// Sets the modification time of `path` itself (a link is not followed).
+void setModificationTime(const std::filesystem::path& path, std::time_t seconds);
+/// The modification time of `path` itself, and its permission bits.
+std::time_t modificationTime(const std::filesystem::path& path);
+unsigned modeOf(const std::filesystem::path& path);
 
 /// The moment of a local date and time, as a zip entry's DOS date means it.
 std::time_t localTime(int year, int month, int day, int hour, int minute, int second);
