@@ -44,8 +44,8 @@ struct Block {
 
 inline std::vector<Block> blocksOf(const ZRVData& stream) {
   std::vector<Block> blocks;
-  for (auto magic = BZip2Blocks::findMagic(stream.data(), stream.size(), 32); magic && !magic->end;) {
-    auto following = BZip2Blocks::findMagic(stream.data(), stream.size(), magic->bit + 48);
+  for (auto magic = zrv::bzip2::BZip2Blocks::findMagic(stream.data(), stream.size(), 32); magic && !magic->end;) {
+    auto following = zrv::bzip2::BZip2Blocks::findMagic(stream.data(), stream.size(), magic->bit + 48);
     if (!following) break;
     blocks.push_back({magic->bit, following->bit});
     magic = following;

@@ -187,7 +187,7 @@ bool decompressBZIP2CompressedDataToURL(const ZRVData& data, const std::filesyst
     zrv::bzip2::report(error, openError);
     return false;
   }
-  return decompressInto(stream, file, data.data(), data.size(), zrv::bzip2::kMaxDecompressedFileSize, error, {});
+  return zrv::bzip2::decompressInto(stream, file, data.data(), data.size(), zrv::bzip2::kMaxDecompressedFileSize, error, {});
 }
 
 }  // namespace ZRVExtensions
