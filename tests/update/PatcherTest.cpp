@@ -272,12 +272,7 @@ TEST_F(PatcherTest, FilesWhoseDownloadNameDoesNotDecodeDoNotHoldUpTheOthers) {
 
 TEST_F(PatcherTest, TheFrameworkIsFetchedAndUnpackedFirst) {
   fs::remove_all(install / "Frameworks");
-  TemporaryDirectory archive;
-  writeFile(archive / "Cg.framework" / "Cg", "framework binary");
-  std::string command = "cd '" + archive.path().string() + "' && zip -qr Cg.framework.zip Cg.framework";
-  ASSERT_EQ(std::system(command.c_str()), 0);
-  content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip",
-                      ScriptedResponse::text(readFile(archive / "Cg.framework.zip")));
+  content.serveFramework("framework binary");
   content.serveManifestAndMirrors();
   UpdateRun run;
   run.start(patcher, install.path());

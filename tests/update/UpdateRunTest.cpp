@@ -127,12 +127,7 @@ TEST(UpdateRun, TheFirstFailureIsTheOneReported) {
 TEST(UpdateRun, StepsRunInTheirOrderAndASecondRunCarriesOnFromTheFirst) {
   TemporaryDirectory install;
   UpdateServer content;
-  TemporaryDirectory archive;
-  writeFile(archive / "Cg.framework" / "Cg", "framework binary");
-  std::string command = "cd '" + archive.path().string() + "' && zip -qr Cg.framework.zip Cg.framework";
-  ASSERT_EQ(std::system(command.c_str()), 0);
-  content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip",
-                      ScriptedResponse::text(readFile(archive / "Cg.framework.zip")));
+  content.serveFramework("framework binary");
   content.publish("game.pak", "new game");
   content.serveManifestAndMirrors();
 

@@ -7,6 +7,8 @@
 #include "tests/update/PatchBuilder.h"
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 std::string bzip2(const std::string& data) {
@@ -53,6 +55,17 @@ void UpdateServer::addPatch(const std::string& name, const std::string& before,
   server_.on("GET", "/content/" + file, ScriptedResponse::text(compressed));
   manifest[name]["patches"][sha1(before)] = {
       {"filename", file}, {"patchHash", sha1(patch)}, {"compPatchHash", compPatchHash.value_or(sha1(compressed))}};
+}
+
+void UpdateServer::serveFramework(const std::string& binary) {
+  TemporaryDirectory archive;
+  std::filesystem::create_directories(archive / "Cg.framework");
+  std::ofstream(archive / "Cg.framework" / "Cg", std::ios::binary) << binary;
+  std::string command = "cd '" + archive.path().string() + "' && zip -qr Cg.framework.zip Cg.framework";
+  if (std::system(command.c_str()) != 0) throw std::runtime_error("zip failed");
+  std::ifstream zipped(archive / "Cg.framework.zip", std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(zipped)), std::istreambuf_iterator<char>());
+  server_.on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip", ScriptedResponse::text(bytes));
 }
 
 void UpdateServer::serveManifestAndMirrors() {

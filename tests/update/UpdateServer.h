@@ -28,6 +28,8 @@ class UpdateServer {
   /// Adds a patch from `before` to the published contents of `name`; `compPatchHash` overrides the real one.
   void addPatch(const std::string& name, const std::string& before, std::optional<std::string> compPatchHash = {},
                 std::optional<std::string> patchBytes = {});
+  /// Serves the Cg framework as a zip (made by Info-ZIP) holding `Cg.framework/Cg` with `binary`.
+  void serveFramework(const std::string& binary);
   /// Serves the manifest as built so far (call after publishing) and a primary list naming content/.
   void serveManifestAndMirrors();
 
