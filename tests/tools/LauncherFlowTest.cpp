@@ -15,34 +15,39 @@
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-TEST(StallGuard, GivesUpOnlyWhenNoFileFinishedAndTooFewBytesMovedForTheWholeTimeOut) {
+TEST(StallGuard, GivesUpOnlyWhenNoFileFinishedTooFewBytesMovedAndNoWorkWasDoneForTheWholeTimeOut) {
   struct Step {
     std::chrono::milliseconds at;
     std::size_t files;
     std::uint64_t bytes;
+    std::chrono::milliseconds work;  // processor time used so far
     bool stalled;
   };
   struct Case {
     const char* name;
     std::vector<Step> steps;
   } cases[] = {
-      {"nothing moves", {{1s, 0, 0, false}, {4s, 0, 0, false}, {5s, 0, 0, true}}},
-      {"a byte a second trickles", {{1s, 0, 1, false}, {3s, 0, 3, false}, {5s, 0, 5, true}}},
-      {"a slow healthy link", {{1s, 0, 20'000, false}, {5s, 0, 100'000, false}, {10s, 0, 200'000, false}}},
-      {"a finished file starts the window again", {{4s, 1, 0, false}, {8s, 1, 0, false}, {9s, 1, 0, true}}},
-      {"the floor reached late still counts", {{4900ms, 0, 5 * 1024, false}, {9800ms, 0, 5 * 1024, false},
-                                               {9900ms, 0, 5 * 1024, true}}},
+      {"nothing moves", {{1s, 0, 0, 0ms, false}, {4s, 0, 0, 0ms, false}, {5s, 0, 0, 0ms, true}}},
+      {"a byte a second trickles", {{1s, 0, 1, 0ms, false}, {3s, 0, 3, 0ms, false}, {5s, 0, 5, 0ms, true}}},
+      {"a slow healthy link", {{1s, 0, 20'000, 0ms, false}, {5s, 0, 100'000, 0ms, false}, {10s, 0, 200'000, 0ms, false}}},
+      {"a finished file starts the window again", {{4s, 1, 0, 0ms, false}, {8s, 1, 0, 0ms, false}, {9s, 1, 0, 0ms, true}}},
+      {"the floor reached late still counts", {{4900ms, 0, 5 * 1024, 0ms, false}, {9800ms, 0, 5 * 1024, 0ms, false},
+                                               {9900ms, 0, 5 * 1024, 0ms, true}}},
+      // All bytes are in and a large file is decoded: the process works, on a crowded machine at a tenth of a core.
+      {"decoding after the last byte", {{5s, 0, 0, 500ms, false}, {10s, 0, 0, 1000ms, false}, {15s, 0, 0, 1500ms, false}}},
+      {"pumping and waiting is no work", {{5s, 0, 0, 50ms, true}}},
+      {"work that stopped", {{5s, 0, 0, 800ms, false}, {10s, 0, 0, 820ms, true}}},
   };
   for (const auto& c : cases) {
     auto start = StallGuard::Clock::time_point{};
     StallGuard guard(5s, start);
     for (const Step& step : c.steps) {
-      EXPECT_EQ(guard.stalled(start + step.at, step.files, step.bytes), step.stalled) << c.name << " at "
-                                                                                       << step.at.count() << " ms";
+      EXPECT_EQ(guard.stalled(start + step.at, step.files, step.bytes, step.work), step.stalled)
+          << c.name << " at " << step.at.count() << " ms";
     }
   }
   StallGuard off(0s, StallGuard::Clock::time_point{});
-  EXPECT_FALSE(off.stalled(StallGuard::Clock::time_point{} + 24h, 0, 0));
+  EXPECT_FALSE(off.stalled(StallGuard::Clock::time_point{} + 24h, 0, 0, 0ms));
 }
 
 TEST(ProgressText, TheStatusLineFitsTheTerminalCarriesNoControlBytesAndIsCutNeverInACharacter) {

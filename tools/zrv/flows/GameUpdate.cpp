@@ -134,7 +134,8 @@ class UpdateSession {
       auto now = Clock::now();
       rate_.add(now, log_->bytesReceived());
       if (!done()) display_.tick(figures());
-      if (!done() && guard_.stalled(now, filesDone_ + transfersEnded_, log_->bytesReceived())) {
+      if (!done() && guard_.stalled(now, filesDone_ + transfersEnded_, log_->bytesReceived(),
+                                      StallGuard::processorTimeUsed())) {
         describeStall(unfinished ? unfinished() : std::set<std::string>());
         return false;
       }
@@ -199,7 +200,8 @@ class UpdateSession {
 
 std::string stallMessage(std::chrono::seconds timeout) {
   return "stalled: for " + std::to_string(timeout.count()) + " seconds no file finished and less than " +
-         byteCount(StallGuard::kFloorBytesPerSecond) + "/s arrived; giving up";
+         byteCount(StallGuard::kFloorBytesPerSecond) +
+         "/s arrived, and nothing was decoded or patched; giving up";
 }
 
 // The library's run: its status reports counted and shown, its end awaited under the stall guard.
