@@ -1,5 +1,6 @@
 // The zrv command's interface: exit codes and messages that scripts and launchers depend on.
 
+#include "support/LoopbackServer.h"
 #include "support/ShellCommand.h"
 #include "support/TemporaryDirectory.h"
 
@@ -70,6 +71,18 @@ TEST_F(ZrvCommand, FailuresExitNonZeroWithAReason) {
     EXPECT_EQ(outcome.status, c.status) << c.arguments << "\n" << outcome.output;
     EXPECT_NE(outcome.output.find(c.says), std::string::npos) << c.arguments << "\n" << outcome.output;
     EXPECT_EQ(outcome.output.find("secret"), std::string::npos) << c.arguments;  // never echoes a password
+  }
+}
+
+TEST_F(ZrvCommand, ALoginAnswerWithoutAnOutcomeEndsTheWaitInsteadOfTheTimeOut) {
+  // The library stays silent on such an answer, as the servers expect; the launcher must not wait its
+  // whole time-out (five minutes by default) for a report that cannot come.
+  for (const char* body : {"{}", "not json", "[[[[[[[[[[]]]]]]]]]]"}) {
+    LoopbackServer server;
+    server.on("POST", "/api/login?format=json", ScriptedResponse::json(body));
+    Outcome outcome = zrv("--server " + server.baseAddress() + " login player --password-stdin --timeout 3600", "secret\n");
+    EXPECT_EQ(outcome.status, 3) << body << "\n" << outcome.output;
+    EXPECT_NE(outcome.output.find("answered without saying whether the login succeeded"), std::string::npos) << body;
   }
 }
 

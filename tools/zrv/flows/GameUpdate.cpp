@@ -2,6 +2,7 @@
 
 #include "flows/GameManifest.h"
 #include "flows/ProgressDisplay.h"
+#include "flows/ObserverScope.h"
 #include "flows/StallGuard.h"
 #include "flows/TransferLog.h"
 
@@ -74,21 +75,6 @@ struct RunState {
   std::optional<std::string> completion;
   std::optional<std::string> failure;
   std::set<std::string> filesDone;
-};
-
-// The transfer observer for the length of one update; the one that was set before comes back afterwards.
-class ObserverScope {
- public:
-  explicit ObserverScope(std::shared_ptr<ZRVTransferObserver> observer)
-      : previous_(ZRVHTTPClient::sharedClient().transferObserver()) {
-    ZRVHTTPClient::sharedClient().setTransferObserver(std::move(observer));
-  }
-  ~ObserverScope() { ZRVHTTPClient::sharedClient().setTransferObserver(previous_); }
-  ObserverScope(const ObserverScope&) = delete;
-  ObserverScope& operator=(const ObserverScope&) = delete;
-
- private:
-  std::shared_ptr<ZRVTransferObserver> previous_;
 };
 
 // One update: the display, the stall guard and the figures they show, fed while the main queue is pumped.

@@ -2,6 +2,7 @@
 
 #include "Arguments.h"
 #include "Verbs.h"
+#include "flows/ObserverScope.h"
 #include "flows/Terminal.h"
 
 #include <ZRVKit/ZRVAuthenticator.h>
@@ -9,6 +10,7 @@
 
 #include <iostream>
 #include <memory>
+#include <mutex>
 
 using namespace std::chrono_literals;
 
@@ -19,6 +21,34 @@ struct Report {
   int status = -1;
   ZRVJSON info;
 };
+
+// The login server may answer without an outcome (no "success" the launcher knows, below HTTP 401); the
+// library then reports nothing, as the servers expect. The launcher notices it from the transfers: none is
+// running and the last one ended a while ago, so no answer is still being handled or followed up.
+class LoginTransfers : public ZRVTransferObserver {
+ public:
+  void transferStarted(const ZRVTransferState&) override {
+    std::lock_guard lock(mutex_);
+    ++running_;
+  }
+  void transferEnded(const ZRVTransferState&) override {
+    std::lock_guard lock(mutex_);
+    --running_;
+    lastEnd_ = std::chrono::steady_clock::now();
+  }
+  bool quietFor(std::chrono::milliseconds grace) const {
+    std::lock_guard lock(mutex_);
+    return running_ == 0 && lastEnd_ && std::chrono::steady_clock::now() - *lastEnd_ >= grace;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  int running_ = 0;
+  std::optional<std::chrono::steady_clock::time_point> lastEnd_;
+};
+
+// Long enough for an answer to be handled and a queued login to be sent again, which take milliseconds.
+constexpr std::chrono::seconds kQuietAfterAnswer{5};
 
 std::string member(const ZRVJSON& info, const char* key) {
   auto found = info.is_object() ? info.find(key) : info.end();
@@ -61,8 +91,13 @@ SignInResult signIn(const SignInRequest& request) {
   }
 
   auto report = std::make_shared<Report>();
+  auto transfers = std::make_shared<LoginTransfers>();
+  ObserverScope observing(transfers);
   auto waitForReport = [&] {
-    return ZRVOperationQueue::mainQueue().runUntil([&] { return report->arrived; }, request.timeout);
+    ZRVOperationQueue::mainQueue().runUntil(
+        [&] { return report->arrived || transfers->quietFor(kQuietAfterAnswer); }, request.timeout);
+    result.answerWithoutOutcome = !report->arrived && transfers->quietFor(kQuietAfterAnswer);
+    return report->arrived;
   };
   authenticator.authenticateUsername(request.username, *password, request.remember,
                                      [report](int status, const ZRVJSON& info) {
@@ -97,6 +132,8 @@ SignInResult signIn(const SignInRequest& request) {
 
 std::string describeFailure(const SignInResult& result, const std::string& username) {
   if (!result.passwordGiven) return "no password given (there is no terminal to ask; use --password-stdin)";
+  if (!result.answered && result.answerWithoutOutcome)
+    return "the login server answered without saying whether the login succeeded";
   if (!result.answered) return "the login server gave no answer in time";
   std::string banner = result.text("banner");
   switch (result.status) {

@@ -27,6 +27,7 @@ struct SignInRequest {
 struct SignInResult {
   bool passwordGiven = true;
   bool answered = false;      ///< a status arrived within the time-out
+  bool answerWithoutOutcome = false;  ///< no status because the server's answer named none
   int status = -1;            ///< the last status: 0 signed in, 1 refused, 3 code still needed, 4 no usable answer
   ZRVJSON info;               ///< the server's answer (it holds the play cookie: never print it)
   bool withSavedLogin = false;
