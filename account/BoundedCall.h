@@ -15,6 +15,8 @@
 #include <optional>
 #include <thread>
 
+namespace zrv::account {
+
 template <class Result>
 std::optional<Result> runBounded(std::chrono::milliseconds limit, std::function<Result(GCancellable*)> call) {
   struct Shared {
@@ -52,3 +54,5 @@ std::optional<Result> runBounded(std::chrono::milliseconds limit, std::function<
   worker.join();
   return std::move(shared->result);
 }
+
+}  // namespace zrv::account

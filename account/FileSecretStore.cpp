@@ -21,6 +21,8 @@
 #include <cstring>
 #include <mutex>
 
+namespace zrv::account {
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -262,3 +264,5 @@ SecretStore& fileSecretStore() {
   static auto* store = new FileSecretStore();
   return *store;
 }
+
+}  // namespace zrv::account

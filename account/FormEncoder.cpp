@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+namespace zrv::account {
+
 namespace {
 
 bool isAllowed(gunichar character) {
@@ -98,3 +100,5 @@ std::optional<std::string> encoded(const std::optional<std::string>& text) {
   }
   return result;
 }
+
+}  // namespace zrv::account

@@ -5,5 +5,9 @@
 #include <optional>
 #include <string>
 
+namespace zrv::account {
+
 /// The value form-encoded; absent in, absent out.
 std::optional<std::string> encoded(const std::optional<std::string>& text);
+
+}  // namespace zrv::account

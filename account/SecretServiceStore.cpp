@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace zrv::account {
+
 namespace {
 
 // Long enough for a person to type the keyring's password into an unlock prompt.
@@ -176,3 +178,5 @@ SecretStore& secretServiceStore() {
   static auto* store = new SecretServiceStore();
   return *store;
 }
+
+}  // namespace zrv::account

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace zrv::account {
+
 enum class SecretStatus {
   success,
   itemNotFound,   ///< nothing matches the query
@@ -54,3 +56,5 @@ SecretStore& fileSecretStore();
 /// Whether a Secret Service owns (or can be started for) org.freedesktop.secrets on the session bus.
 /// Asked once per bus address.
 bool secretServiceAnswers();
+
+}  // namespace zrv::account

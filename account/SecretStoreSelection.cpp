@@ -12,6 +12,8 @@
 #include <mutex>
 #include <string_view>
 
+namespace zrv::account {
+
 namespace {
 
 constexpr const char* kSecretServiceName = "org.freedesktop.secrets";
@@ -108,3 +110,5 @@ SecretStore& currentSecretStore() {
   warnOfFileOnce("no Secret Service answers on the session bus");
   return fileSecretStore();
 }
+
+}  // namespace zrv::account

@@ -11,6 +11,8 @@
 #include <ZRVKit/ZRVMainQueue.h>
 #include <ZRVKit/ZRVOperationQueue.h>
 
+using namespace zrv::account;
+
 namespace {
 
 // A login answer is a small JSON document; a larger one is not an answer.

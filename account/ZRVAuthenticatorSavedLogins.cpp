@@ -8,6 +8,8 @@
 
 #include <glib.h>
 
+using namespace zrv::account;
+
 namespace {
 
 constexpr const char* kService = "Quillmoor";

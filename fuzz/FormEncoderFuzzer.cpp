@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+using namespace zrv::account;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   auto result = encoded(std::string(fuzz::text(data, size)));
   if (!result) std::abort();

@@ -8,6 +8,8 @@
 
 #include <cstdlib>
 
+using namespace zrv::account;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::filesystem::path folder = [] {
     setenv("XDG_DATA_HOME", fuzz::scratchFolder().c_str(), 1);

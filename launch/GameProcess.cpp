@@ -16,7 +16,7 @@ extern char** environ;
 
 namespace fs = std::filesystem;
 
-namespace GameProcess {
+namespace zrv::launch::GameProcess {
 
 namespace {
 
@@ -116,4 +116,4 @@ void watch(pid_t process, std::function<void(int status)> ended) {
   }).detach();
 }
 
-}  // namespace GameProcess
+}  // namespace zrv::launch::GameProcess

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace GameProcess {
+namespace zrv::launch::GameProcess {
 
 /// The launcher's own environment with the game's variables set (or removed, for an absent value).
 std::vector<std::string> environmentFor(const std::filesystem::path& container, const std::optional<std::string>& cookie,
@@ -24,4 +24,4 @@ pid_t spawn(const std::filesystem::path& executable, const std::filesystem::path
 /// (128 plus the signal number for a game killed by a signal).
 void watch(pid_t process, std::function<void(int status)> ended);
 
-}  // namespace GameProcess
+}  // namespace zrv::launch::GameProcess

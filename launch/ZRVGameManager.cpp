@@ -12,6 +12,8 @@
 #include <atomic>
 #include <mutex>
 
+using namespace zrv::launch;
+
 namespace fs = std::filesystem;
 
 namespace {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+namespace zrv::zip {
+
 std::unique_ptr<ZipEntryReader> ArchiveFileEntryReader::open(unzFile zip, const std::filesystem::path& archive,
                                                              const unz_file_info64& info) {
   if (!supportsMethod(static_cast<int>(info.compression_method))) return nullptr;
@@ -29,3 +31,5 @@ long ArchiveFileEntryReader::decryptedBytes(std::uint8_t* buffer, std::size_t si
   position_ += count;
   return static_cast<long>(count);
 }
+
+}  // namespace zrv::zip

@@ -6,6 +6,8 @@
 #include "zip/DecryptingEntryReader.h"
 #include "zip/ZipDestination.h"
 
+namespace zrv::zip {
+
 class ArchiveFileEntryReader final : public DecryptingEntryReader {
  public:
   /// None for a compression method not known here or data that does not lie inside the file.
@@ -24,3 +26,5 @@ class ArchiveFileEntryReader final : public DecryptingEntryReader {
   std::uint64_t dataSize_;
   std::uint64_t position_ = 0;
 };
+
+}  // namespace zrv::zip

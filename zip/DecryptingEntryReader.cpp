@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <climits>
 
+namespace zrv::zip {
+
 namespace {
 
 constexpr std::size_t kChunkSize = 16384;
@@ -240,3 +242,5 @@ bool DecryptingEntryReader::finish() {
   if (expectedCrc_ && crc_ != *expectedCrc_) return false;
   return authenticated();
 }
+
+}  // namespace zrv::zip

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <vector>
 
+namespace zrv::zip {
+
 class DecryptingEntryReader : public ZipEntryReader {
  public:
   /// Opens the current (encrypted) entry; none for a wrong password, a damaged or unauthentic entry, or an
@@ -51,3 +53,5 @@ class DecryptingEntryReader : public ZipEntryReader {
   bool ended_ = false;
   bool failed_ = false;
 };
+
+}  // namespace zrv::zip

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace zrv::zip {
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -47,3 +49,5 @@ std::optional<std::vector<fs::path>> filesBelow(const fs::path& folder) {
   std::sort(files.begin(), files.end());
   return files;
 }
+
+}  // namespace zrv::zip

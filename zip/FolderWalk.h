@@ -11,5 +11,9 @@
 #include <optional>
 #include <vector>
 
+namespace zrv::zip {
+
 /// The files below `folder`, by their paths through `folder`, sorted; none when a folder cannot be read.
 std::optional<std::vector<std::filesystem::path>> filesBelow(const std::filesystem::path& folder);
+
+}  // namespace zrv::zip

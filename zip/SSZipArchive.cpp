@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <ctime>
 
+using namespace zrv::zip;
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -104,7 +106,7 @@ bool SSZipArchive::writeFileAtPath(const fs::path& path, const std::optional<std
   if (!zip_) return false;
   UniqueFileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!file) return false;
-  struct stat attributes {};
+  struct ::stat attributes {};
   if (::fstat(file.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) return false;
 
   const std::string name = fileName ? *fileName : path.filename().string();

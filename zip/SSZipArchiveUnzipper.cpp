@@ -13,6 +13,8 @@
 #include <cstring>
 #include <iterator>
 
+namespace zrv::zip {
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -35,7 +37,7 @@ timespec timespecOf(SSZipArchive::Date date) {
 // An archive of no entries: an end record at the start of the file, with no entries and its comment after it.
 bool isEmptyArchive(const fs::path& path) {
   UniqueFileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct stat info {};
+  struct ::stat info {};
   if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
   unsigned char record[kEndRecordSize];
   if (::read(file.get(), record, sizeof record) != static_cast<ssize_t>(sizeof record)) return false;
@@ -214,7 +216,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackCurrentEntry(const unz
     return Outcome::unpacked;
   }
 
-  struct stat existing {};
+  struct ::stat existing {};
   const bool exists = ::fstatat(folder.get(), parts->back().c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0;
   if (exists && !overwrite_) return Outcome::skipped;
   if (isLink) return unpackLink(info, name, *parts, folder.get());
@@ -246,7 +248,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackLink(const unz_file_in
 
 SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_info64& info, const std::string& name,
                                                                const ZipDestination::Parts& parts, int folder,
-                                                               bool exists, const struct stat& existing) {
+                                                               bool exists, const struct ::stat& existing) {
   const fs::path fullPath = destination().pathOf(parts);
   const char* leaf = parts.back().c_str();
   // A link, a device or a file with other names is replaced rather than written through.
@@ -259,7 +261,7 @@ SSZipArchiveUnzipper::Outcome SSZipArchiveUnzipper::unpackFile(const unz_file_in
     if (errno == ELOOP) return refuse(name, "a symbolic link stands at its place");
     return fail(fullPath, errno);
   }
-  struct stat opened {};
+  struct ::stat opened {};
   if (::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) return refuse(name, "not a regular file");
 
   // What a failed decryption has written is no part of the entry: it goes.
@@ -352,3 +354,5 @@ void SSZipArchiveUnzipper::setRememberedAttributes() {
     }
   }
 }
+
+}  // namespace zrv::zip

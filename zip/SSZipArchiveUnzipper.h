@@ -6,7 +6,10 @@
 
 #include <ZRVKit/SSZipArchive.h>
 
+#include <sys/stat.h>
 #include <sys/types.h>
+
+namespace zrv::zip {
 
 class SSZipArchiveUnzipper {
  public:
@@ -36,7 +39,7 @@ class SSZipArchiveUnzipper {
   Outcome unpackCurrentEntry(const unz_file_info64& info, const std::string& name);
   Outcome unpackLink(const unz_file_info64& info, const std::string& name, const ZipDestination::Parts& parts, int folder);
   Outcome unpackFile(const unz_file_info64& info, const std::string& name, const ZipDestination::Parts& parts,
-                     int folder, bool exists, const struct stat& existing);
+                     int folder, bool exists, const struct ::stat& existing);
   Outcome refuse(const std::string& name, std::string_view reason);
   Outcome fail(const std::filesystem::path& path, int errorNumber);
   void setRememberedAttributes();
@@ -53,3 +56,5 @@ class SSZipArchiveUnzipper {
   std::vector<Remembered> remembered_;
   std::vector<char> buffer_;
 };
+
+}  // namespace zrv::zip

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+namespace zrv::zip {
+
 namespace {
 
 constexpr int kIterations = 1000;
@@ -135,3 +137,5 @@ void WinZipAES::refillKeystream() {
   keystreamUsed_ = 0;
   keystreamSize_ = keystream_.size();
 }
+
+}  // namespace zrv::zip

@@ -10,8 +10,11 @@
 #include <optional>
 #include <string_view>
 
+// OpenSSL's context types, declared as OpenSSL declares them, so that this header needs none of its headers.
 typedef struct evp_cipher_ctx_st EVP_CIPHER_CTX;
 typedef struct evp_mac_ctx_st EVP_MAC_CTX;
+
+namespace zrv::zip {
 
 class WinZipAES {
  public:
@@ -67,3 +70,5 @@ class WinZipAES {
   std::size_t keystreamSize_ = 0;
   bool broken_ = false;  ///< a library call failed: nothing authenticates
 };
+
+}  // namespace zrv::zip

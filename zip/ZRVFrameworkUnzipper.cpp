@@ -5,6 +5,8 @@
 
 #include <memory>
 
+using namespace zrv::zip;
+
 namespace fs = std::filesystem;
 
 namespace {

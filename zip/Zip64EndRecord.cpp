@@ -14,6 +14,8 @@
 #include <iterator>
 #include <optional>
 
+namespace zrv::zip {
+
 namespace {
 
 constexpr std::uint16_t kCountInZip64Record = 0xFFFF;
@@ -115,3 +117,5 @@ bool completeZip64Fields(const std::filesystem::path& archive, bool hasZip64Entr
   std::copy(std::begin(end), std::end(end), locator + kZip64LocatorSize);
   return writeAll(file.get(), tail.data(), tail.size(), endPosition);
 }
+
+}  // namespace zrv::zip

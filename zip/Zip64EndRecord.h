@@ -6,8 +6,12 @@
 
 #include <filesystem>
 
+namespace zrv::zip {
+
 /// Adds the Zip64 end record and its locator in front of the end record of the finished archive at `archive`
 /// (written without comment) when its entry count needs them and they are not there, and, when it has entries
 /// with Zip64 fields, gives them back the "made by" Unix that minizip 1.1 overwrites for them. False when the
 /// archive's end cannot be read or written.
 bool completeZip64Fields(const std::filesystem::path& archive, bool hasZip64Entries);
+
+}  // namespace zrv::zip

@@ -2,6 +2,8 @@
 
 #include <zlib.h>
 
+namespace zrv::zip {
+
 namespace {
 
 std::uint32_t crc32Byte(std::uint32_t crc, std::uint8_t byte) {
@@ -42,3 +44,5 @@ std::uint8_t ZipCrypto::streamByte() const {
   const std::uint32_t temp = (keys_[2] | 2) & 0xffff;
   return static_cast<std::uint8_t>((temp * (temp ^ 1)) >> 8);
 }
+
+}  // namespace zrv::zip

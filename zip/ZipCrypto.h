@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+namespace zrv::zip {
+
 class ZipCrypto {
  public:
   /// Size of the encryption header in front of every encrypted entry's data.
@@ -27,3 +29,5 @@ class ZipCrypto {
 
   std::uint32_t keys_[3];
 };
+
+}  // namespace zrv::zip

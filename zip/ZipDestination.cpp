@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+namespace zrv::zip {
+
 namespace fs = std::filesystem;
 
 void UniqueFileDescriptor::reset() {
@@ -100,3 +102,5 @@ fs::path ZipDestination::pathOf(const Parts& parts) const {
   for (const std::string& part : parts) path /= part;
   return path;
 }
+
+}  // namespace zrv::zip

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+namespace zrv::zip {
+
 /// An owned file descriptor.
 class UniqueFileDescriptor {
  public:
@@ -65,3 +67,5 @@ class ZipDestination {
   UniqueFileDescriptor rootDescriptor_;
   int openError_ = 0;
 };
+
+}  // namespace zrv::zip

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <vector>
 
+namespace zrv::zip {
+
 namespace {
 
 constexpr std::size_t kMaxCommentSize = 0xffff;
@@ -137,3 +139,5 @@ bool applyZip64ExtraField(unzFile zip, unz_file_info64& info) {
   }
   return false;
 }
+
+}  // namespace zrv::zip

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <optional>
 
+namespace zrv::zip {
+
 struct ZipEntryRange {
   std::uint64_t offset;  ///< of the first stored byte in the archive file
   std::uint64_t size;
@@ -43,3 +45,5 @@ bool readAt(int file, std::uint64_t offset, std::uint8_t* buffer, std::size_t si
 /// their marker from the entry's Zip64 extra field; true when the entry has such a field, whose data then
 /// only the archive file itself can give (`ArchiveFileEntryReader`).
 bool applyZip64ExtraField(unzFile zip, unz_file_info64& info);
+
+}  // namespace zrv::zip

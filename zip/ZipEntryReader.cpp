@@ -3,6 +3,8 @@
 #include "zip/ArchiveFileEntryReader.h"
 #include "zip/DecryptingEntryReader.h"
 
+namespace zrv::zip {
+
 namespace {
 
 class MinizipEntryReader : public ZipEntryReader {
@@ -34,3 +36,5 @@ std::unique_ptr<ZipEntryReader> ZipEntryReader::open(unzFile zip, const std::fil
   // The password is NUL-terminated text here as it is for minizip.
   return DecryptingEntryReader::open(zip, archive, info, std::string(password->c_str()));
 }
+
+}  // namespace zrv::zip

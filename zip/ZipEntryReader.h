@@ -9,6 +9,8 @@
 #include <optional>
 #include <string>
 
+namespace zrv::zip {
+
 class ZipEntryReader {
  public:
   virtual ~ZipEntryReader() = default;
@@ -30,3 +32,5 @@ class ZipEntryReader {
   /// Whether the contents were decrypted here: what a failed read has written holds no trustworthy data.
   virtual bool decrypts() const { return false; }
 };
+
+}  // namespace zrv::zip

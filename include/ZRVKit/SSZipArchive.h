@@ -25,6 +25,10 @@
 #include <string_view>
 #include <vector>
 
+namespace zrv::zip {
+class SSZipArchiveUnzipper;  // the library's own unpacking, which reads the private date conversion
+}
+
 /// The unpack delegate: each callback is optional and called only when set.
 struct ZRVKIT_EXPORT SSZipArchiveDelegate {
   std::function<void(const std::filesystem::path& path, const unz_global_info& zipInfo)>
@@ -91,7 +95,7 @@ class ZRVKIT_EXPORT SSZipArchive {
   static void zipInfo(tm_zip& info, Date date);
 
  private:
-  friend class SSZipArchiveUnzipper;
+  friend class zrv::zip::SSZipArchiveUnzipper;
 
   /// A DOS date-time (local time, seconds halved) as a point in time.
   static Date _dateWithMSDOSFormat(unsigned long msdosDateTime);

@@ -11,6 +11,8 @@
 
 #include <functional>
 
+using namespace zrv::account;
+
 namespace fs = std::filesystem;
 
 namespace {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace zrv::account;
+
 TEST(FormEncoder, LettersMarksAndDigitsOfEveryScriptPassEverythingElseIsPercentEncoded) {
   struct Case {
     std::string text, expected;

@@ -10,6 +10,8 @@
 
 #include <cstdlib>
 
+using namespace zrv::account;
+
 // libsecret 0.20 leaks a few bytes each time it makes the proxy of a found item; not ours to fix. GLib has
 // no frame pointers, so the leak's stack names libsecret only with the slow unwinder.
 extern "C" const char* __lsan_default_suppressions() { return "leak:secret_item_new_for_dbus_path\n"; }
