@@ -157,7 +157,11 @@ checkKind() {
     if quietly "$work/$kind-$name-configure.log" cmake -S "$examples/$name" -B "$examples/$name/build" \
         -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS="$warnings" &&
       quietly "$work/$kind-$name-build.log" cmake --build "$examples/$name/build" -j "$jobs"; then
-      if [[ $shared == ON ]] && ! ldd "$examples/$name/build/app" | grep -qF "$prefix/"; then
+      # ldd's output is read whole before it is searched: `ldd | grep -q` under pipefail fails at random when
+      # grep leaves early and ldd's next write meets a closed pipe.
+      local loaded=""
+      [[ $shared == ON ]] && loaded=$(ldd "$examples/$name/build/app" 2>&1)
+      if [[ $shared == ON && $loaded != *"$prefix/"* ]]; then
         report "$kind" "$name" FAILED "does not load the installed shared library"
       elif [[ $name == cmake-consumer ]]; then
         runExample "$kind" "$name" "$work/$kind-$name.log" "$assumed" "antialiasing: 2" "music: on" "sound effects: off" -- \

@@ -31,7 +31,7 @@ if [ "${ZRV_PRIVATE_SESSION:-}" = 1 ]; then
     # second daemon through D-Bus activation.
     for _ in $(seq 50); do
       dbus-send --session --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
-        string:org.freedesktop.secrets 2>/dev/null | grep -q 'boolean true' && break
+        string:org.freedesktop.secrets 2>/dev/null | grep 'boolean true' >/dev/null && break
       sleep 0.1
     done
   else
