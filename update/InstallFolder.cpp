@@ -15,18 +15,6 @@ namespace fs = std::filesystem;
 
 namespace zrv::update {
 
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-  if (this != &other) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = std::exchange(other.fd_, -1);
-  }
-  return *this;
-}
-
-Descriptor::~Descriptor() {
-  if (fd_ >= 0) ::close(fd_);
-}
-
 ZRVError linkRefused(const fs::path& path) {
   ZRVJSON info = {{std::string(ZRVError::kLocalizedDescriptionKey),
                    ZRVFormat("%@: a link stands where the launcher keeps its own files; it is not followed",

@@ -5,6 +5,8 @@
 
 #include <ZRVKit/ZRVError.h>
 
+#include "foundation/FileDescriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -14,23 +16,7 @@
 
 namespace zrv::update {
 
-/// An open file descriptor, closed when the handle goes.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept;
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor();
-
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
-
- private:
-  int fd_ = -1;
-};
+using Descriptor = zrv::FileDescriptor;
 
 /// The folder `relative` below `base` (which itself may be a link: the launcher chose it), each name opened
 /// without following a link. `create` makes missing folders (mode 0755). A link on the way is refused with

@@ -10,11 +10,6 @@ namespace zrv::zip {
 
 namespace fs = std::filesystem;
 
-void UniqueFileDescriptor::reset() {
-  if (descriptor_ >= 0) ::close(descriptor_);
-  descriptor_ = -1;
-}
-
 ZipDestination::ZipDestination(const fs::path& root) : root_(root) {
   std::error_code error;
   fs::create_directories(root, error);

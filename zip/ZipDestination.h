@@ -2,6 +2,8 @@
 // The folder an archive is unpacked into, reached only through real folders: every step below the root is
 // opened relative to its parent without following symbolic links, so no entry can land outside the root.
 
+#include "foundation/FileDescriptor.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,28 +13,7 @@
 
 namespace zrv::zip {
 
-/// An owned file descriptor.
-class UniqueFileDescriptor {
- public:
-  UniqueFileDescriptor() = default;
-  explicit UniqueFileDescriptor(int descriptor) : descriptor_(descriptor) {}
-  ~UniqueFileDescriptor() { reset(); }
-  UniqueFileDescriptor(UniqueFileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  UniqueFileDescriptor& operator=(UniqueFileDescriptor&& other) noexcept {
-    if (this != &other) {
-      reset();
-      descriptor_ = std::exchange(other.descriptor_, -1);
-    }
-    return *this;
-  }
-
-  int get() const { return descriptor_; }
-  explicit operator bool() const { return descriptor_ >= 0; }
-  void reset();
-
- private:
-  int descriptor_ = -1;
-};
+using UniqueFileDescriptor = zrv::FileDescriptor;
 
 class ZipDestination {
  public:
