@@ -17,6 +17,7 @@
 #include <ZRVKit/ZRVData.h>
 #include <ZRVKit/ZRVKitExport.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -30,6 +31,13 @@ ZRVKIT_EXPORT std::optional<ZRVData> initWithData(const ZRVData& old, const ZRVD
 
 /// The new file made from `old` and `patch`, or one of the failures above.
 ZRVKIT_EXPORT ZRVData patch(const ZRVData& old, const ZRVData& patch);
+
+/// The same new file written to the descriptor `fd` (from its offset) through a small buffer instead of being
+/// held in memory, for files too large to hold; `old` and `patch` may be mapped files. The failures above are
+/// thrown the same way (what was written by then is the caller's to discard); otherwise the result is 0 when
+/// every byte was written, or the errno of the first write that failed.
+ZRVKIT_EXPORT int writePatchedFile(const std::uint8_t* old, std::size_t oldSize, const std::uint8_t* patch,
+                                   std::size_t patchSize, int fd);
 
 /// The 8-byte sign-magnitude integer of the patch format: little-endian magnitude in the low 63 bits, the sign
 /// in the top bit of the last byte (so 0x80 there with zeros elsewhere is a negative zero: 0).

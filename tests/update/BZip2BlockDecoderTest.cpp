@@ -3,6 +3,7 @@
 
 #include "tests/update/PatchBuilder.h"
 #include "update/bzip2/BZip2BlockDecoder.h"
+#include "update/bzip2/BZip2CRC.h"
 #include "update/bzip2/BZip2Blocks.h"
 
 #include <bzlib.h>
@@ -162,7 +163,7 @@ ZRVData withRepairedCRC(ZRVData stream, Block block) {
   std::string putOut;
   libbz2Decode(stream, block, &putOut);
   const std::uint32_t crc =
-      ~BZip2BlockDecoder::updateCRC(0xFFFFFFFF, reinterpret_cast<const std::uint8_t*>(putOut.data()), putOut.size());
+      ~BZip2CRC::update(0xFFFFFFFF, reinterpret_cast<const std::uint8_t*>(putOut.data()), putOut.size());
   for (unsigned i = 0; i < 32; ++i) {
     const std::uint64_t bit = block.start + 48 + i;
     const auto mask = static_cast<std::uint8_t>(0x80 >> (bit % 8));

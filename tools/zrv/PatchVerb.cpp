@@ -1,4 +1,5 @@
-// zrv patch: applies a binary patch through the library, the way a game update does.
+// zrv patch: applies a binary patch through the library, the way a game update does: the new file is
+// written as it is made, not held.
 
 #include "Arguments.h"
 #include "FileContents.h"
@@ -14,11 +15,13 @@ int runPatch(const std::vector<std::string>& words) {
   Arguments arguments(words, {}, {});
   arguments.expectPositional(3, 3);
   const auto& paths = arguments.positional();
-  ZRVData old = readFileContents(paths[0]);
-  ZRVData patch = readFileContents(paths[1]);
-  ZRVData result;
+  MappedFileContents old(paths[0]);
+  MappedFileContents patch(paths[1]);
   try {
-    result = bsdiff::dataWithData(old, patch);
+    // The new file goes straight to disk through a small buffer: a game file need not fit in memory twice.
+    writeFileWith(paths[2], [&](int descriptor) {
+      return bsdiff::writePatchedFile(old.data(), old.size(), patch.data(), patch.size(), descriptor);
+    });
   } catch (const ZRVException& failure) {
     std::cerr << "zrv patch: " << failure.name() << ": " << failure.reason() << "\n";
     return kExitFailure;
@@ -26,6 +29,5 @@ int runPatch(const std::vector<std::string>& words) {
     std::cerr << "zrv patch: the patch is truncated (" << failure.what() << ")\n";
     return kExitFailure;
   }
-  writeFileContents(paths[2], result);
   return kExitSuccess;
 }

@@ -51,12 +51,13 @@ class Output {
   virtual void readWithoutOutput(std::size_t count) { (void)count; }
 };
 
-/// The new file held in memory, grown only as bytes actually arrive from the streams: a header that claims an
-/// enormous new size costs nothing until the streams deliver that much.
+/// The new file held in memory. A plausible new size (no larger than the old file and what the streams are
+/// expected to supply) is reserved once; beyond that the output grows only as bytes actually arrive from the
+/// streams, so a header that claims an enormous new size costs nothing until the streams deliver that much.
 class MemoryOutput final : public Output {
  public:
-  MemoryOutput(std::int64_t newSize, std::uint64_t expectedSupply) : limit_(static_cast<std::uint64_t>(newSize)) {
-    bytes_.reserve(static_cast<std::size_t>(std::min(limit_, expectedSupply)));
+  MemoryOutput(std::int64_t newSize, std::uint64_t plausibleSize) : limit_(static_cast<std::uint64_t>(newSize)) {
+    bytes_.reserve(static_cast<std::size_t>(std::min(limit_, plausibleSize)));
   }
 
   std::uint8_t* room(std::size_t wanted, std::size_t& granted) override {
@@ -225,7 +226,7 @@ void applyTriples(const std::uint8_t* old, std::uint64_t oldSize, std::int64_t n
 }
 
 /// Reads the header, opens the three streams and applies the triples to the output that `makeOutput` makes
-/// from the new size and the first guess at what the streams supply. `release` (if set) is called now and
+/// from the new size and the largest plausible one. `release` (if set) is called now and
 /// then while stream remainders are decoded without output.
 template <typename MakeOutput>
 void applyPatch(const std::uint8_t* old, std::uint64_t oldSize, const std::uint8_t* patchData, std::size_t size,
@@ -268,14 +269,15 @@ void applyPatch(const std::uint8_t* old, std::uint64_t oldSize, const std::uint8
   }
   PatchStream extra = streamAt(extraStart);
 
-  // What the diff and extra streams can supply: exact when stored raw; for bzip2 only a first guess, and the
-  // output grows past it as the streams deliver.
+  // What the diff and extra streams can supply: exact when stored raw; for bzip2 only a first guess. Diff bytes
+  // are added to old ones, so a new file up to the old one's size plus that is plausible.
   const std::uint64_t supply =
       compressed ? (std::uint64_t{1} << 20) + 8 * (size - diffStart) : (size - diffStart) + (size - extraStart);
+  const std::uint64_t plausibleSize = oldSize + supply;
 
   std::exception_ptr applyFailure;
   try {
-    applyTriples(old, oldSize, newSize, makeOutput(newSize, supply), control, diff, extra);
+    applyTriples(old, oldSize, newSize, makeOutput(newSize, plausibleSize), control, diff, extra);
   } catch (const StreamFailure&) {
     // Reported below by the validation of the stream that failed.
   } catch (...) {
@@ -308,8 +310,8 @@ namespace zrv::bsdiff {
 
 ZRVData patchFromBytes(const ZRVData& old, const std::uint8_t* patchData, std::size_t size) {
   std::optional<MemoryOutput> output;
-  applyPatch(old.data(), old.size(), patchData, size, {}, [&](std::int64_t newSize, std::uint64_t supply) -> Output& {
-    return output.emplace(newSize, supply);
+  applyPatch(old.data(), old.size(), patchData, size, {}, [&](std::int64_t newSize, std::uint64_t plausible) -> Output& {
+    return output.emplace(newSize, plausible);
   });
   return output->take();
 }
@@ -328,6 +330,11 @@ int patchToDescriptor(const std::uint8_t* old, std::size_t oldSize, const std::u
 namespace bsdiff {
 
 ZRVData dataWithData(const ZRVData& old, const ZRVData& patchBytes) { return patch(old, patchBytes); }
+
+int writePatchedFile(const std::uint8_t* old, std::size_t oldSize, const std::uint8_t* patchBytes, std::size_t patchSize,
+                     int fd) {
+  return zrv::bsdiff::patchToDescriptor(old, oldSize, patchBytes, patchSize, fd, UINT64_MAX, {});
+}
 
 std::optional<ZRVData> initWithData(const ZRVData& old, const ZRVData& patchBytes) {
   std::optional<ZRVData> copy;

@@ -1,6 +1,7 @@
 #include "BZip2BlockDecoder.h"
 
 #include "BZip2Blocks.h"
+#include "BZip2CRC.h"
 #include "BZip2TablePool.h"
 
 #include <algorithm>
@@ -21,34 +22,6 @@ constexpr unsigned kMaxCodeLength = 20;
 constexpr unsigned kLookupBits = 10;
 // libbz2 refuses a run whose RUNA/RUNB digits reach this weight.
 constexpr std::uint32_t kMaxRunWeight = 2 * 1024 * 1024;
-
-struct CRCTables {
-  std::uint32_t table[8][256];
-  CRCTables() {
-    for (std::uint32_t byte = 0; byte < 256; ++byte) {
-      std::uint32_t crc = byte << 24;
-      for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x80000000u) ? (crc << 1) ^ 0x04C11DB7u : crc << 1;
-      table[0][byte] = crc;
-    }
-    // table[k][b]: the byte b followed by k zero bytes.
-    for (unsigned k = 1; k < 8; ++k) {
-      for (unsigned byte = 0; byte < 256; ++byte) {
-        table[k][byte] = (table[k - 1][byte] << 8) ^ table[0][table[k - 1][byte] >> 24];
-      }
-    }
-  }
-};
-
-const CRCTables& crcTables() {
-  static const CRCTables tables;
-  return tables;
-}
-
-std::uint32_t bigEndian32(const std::uint8_t* bytes) {
-  std::uint32_t word;
-  std::memcpy(&word, bytes, 4);
-  return __builtin_bswap32(word);
-}
 
 /// Reads bits most significant first; bits past the end of the data read as zero.
 class BitReader {
@@ -169,6 +142,7 @@ class Output {
       if (left_ == 0) nextChunk();
       const std::size_t take = std::min(length, left_);
       std::memcpy(at_, bytes, take);
+      crc_ = BZip2CRC::update(crc_, bytes, take);
       at_ += take;
       left_ -= take;
       bytes += take;
@@ -180,6 +154,7 @@ class Output {
       if (left_ == 0) nextChunk();
       const std::size_t take = std::min(length, left_);
       std::memset(at_, byte, take);
+      crc_ = BZip2CRC::updateRun(crc_, byte, take);
       at_ += take;
       left_ -= take;
       length -= take;
@@ -195,7 +170,6 @@ class Output {
   void closeChunk() {
     if (!current_.bytes) return;
     current_.length = kChunkLength - left_;
-    crc_ = updateCRC(crc_, current_.bytes.get(), current_.length);
     chunks_.push_back(std::move(current_));
     current_ = Chunk{};
     left_ = 0;
@@ -244,21 +218,14 @@ struct Tables {
 
 }  // namespace
 
-std::uint32_t updateCRC(std::uint32_t crc, const std::uint8_t* bytes, std::size_t length) {
-  const auto& table = crcTables().table;
-  for (; length >= 8; bytes += 8, length -= 8) {
-    const std::uint32_t high = crc ^ bigEndian32(bytes);
-    const std::uint32_t low = bigEndian32(bytes + 4);
-    crc = table[7][high >> 24] ^ table[6][(high >> 16) & 0xFF] ^ table[5][(high >> 8) & 0xFF] ^
-          table[4][high & 0xFF] ^ table[3][low >> 24] ^ table[2][(low >> 16) & 0xFF] ^
-          table[1][(low >> 8) & 0xFF] ^ table[0][low & 0xFF];
-  }
-  for (; length > 0; ++bytes, --length) crc = (crc << 8) ^ table[0][(crc >> 24) ^ *bytes];
-  return crc;
-}
+namespace {
 
-Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startBit, std::uint64_t endBit,
-              std::uint8_t levelDigit, std::vector<Chunk>& chunks, CRCCheck check) {
+/// Everything up to the first run-length stage: the Huffman codes, the move-to-front indices and the inverse
+/// BWT. `use(bytes, length, storedCRC)` gets the block's bytes while the tables that hold them are still
+/// leased, and its answer is the block's.
+template <typename Use>
+Result transformBlock(const std::uint8_t* data, std::size_t length, std::uint64_t startBit, std::uint64_t endBit,
+                      std::uint8_t levelDigit, Use&& use) {
   if (levelDigit < '1' || levelDigit > '9' || endBit > std::uint64_t{length} * 8) return Result::unsure;
   if (startBit + BZip2Blocks::kMagicBits + BZip2Blocks::kCRCBits > endBit) return Result::unsure;
   if (BZip2Blocks::bitsAt(data, length, startBit, BZip2Blocks::kMagicBits) != BZip2Blocks::kBlockMagic) {
@@ -406,13 +373,90 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
   // alone and may put out other bytes when they do not.
   if (backwards > 0 && backward != lastForward) return Result::unsure;
 
-  std::vector<Chunk> decoded;
-  Output out(decoded);
-  if (!expandRuns(bytes, filled, out)) return Result::unsure;
-  if (out.finish() != storedCRC && check == CRCCheck::required) return Result::unsure;
-  for (Chunk& chunk : decoded) chunks.push_back(std::move(chunk));
-  return Result::decoded;
+  return use(bytes, filled, storedCRC);
 }
+
+}  // namespace
+
+Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startBit, std::uint64_t endBit,
+              std::uint8_t levelDigit, std::vector<Chunk>& chunks, CRCCheck check) {
+  return transformBlock(data, length, startBit, endBit, levelDigit,
+                        [&](const std::uint8_t* bytes, std::uint32_t filled, std::uint32_t storedCRC) {
+                          std::vector<Chunk> decoded;
+                          Output out(decoded);
+                          if (!expandRuns(bytes, filled, out)) return Result::unsure;
+                          if (out.finish() != storedCRC && check == CRCCheck::required) return Result::unsure;
+                          for (Chunk& chunk : decoded) chunks.push_back(std::move(chunk));
+                          return Result::decoded;
+                        });
+}
+
+Result decodeRunLengthBytes(const std::uint8_t* data, std::size_t length, std::uint64_t startBit,
+                            std::uint64_t endBit, std::uint8_t levelDigit, std::vector<std::uint8_t>& bytes,
+                            std::uint32_t& storedCRC) {
+  return transformBlock(data, length, startBit, endBit, levelDigit,
+                        [&](const std::uint8_t* decoded, std::uint32_t filled, std::uint32_t crc) {
+                          bytes.assign(decoded, decoded + filled);
+                          storedCRC = crc;
+                          return Result::decoded;
+                        });
+}
+
+void RunExpansion::start(const std::uint8_t* bytes, std::size_t length) {
+  *this = RunExpansion();
+  bytes_ = bytes;
+  length_ = length;
+  findNextRun();
+}
+
+void RunExpansion::findNextRun() {
+  std::size_t at = from_;
+  while (at + 3 < length_ &&
+         !(bytes_[at] == bytes_[at + 1] && bytes_[at] == bytes_[at + 2] && bytes_[at] == bytes_[at + 3])) {
+    ++at;
+  }
+  if (at + 3 >= length_) {
+    literalEnd_ = length_;
+    runFollows_ = false;
+  } else {
+    literalEnd_ = at + 4;
+    runFollows_ = true;
+  }
+}
+
+std::size_t RunExpansion::expand(std::uint8_t* out, std::size_t capacity) {
+  std::size_t produced = 0;
+  while (produced < capacity && !malformed_) {
+    if (repeatLeft_ > 0) {
+      const std::size_t take = std::min<std::size_t>(repeatLeft_, capacity - produced);
+      std::memset(out + produced, repeatByte_, take);
+      crc_ = BZip2CRC::updateRun(crc_, repeatByte_, take);
+      produced += take;
+      repeatLeft_ -= take;
+    } else if (from_ < literalEnd_) {
+      const std::size_t take = std::min(literalEnd_ - from_, capacity - produced);
+      std::memcpy(out + produced, bytes_ + from_, take);
+      crc_ = BZip2CRC::update(crc_, bytes_ + from_, take);
+      produced += take;
+      from_ += take;
+    } else if (runFollows_) {
+      // Four equal bytes were put out; the count of further copies follows, unless the block ends here.
+      if (from_ == length_) {
+        malformed_ = true;
+        break;
+      }
+      repeatByte_ = bytes_[from_ - 1];
+      repeatLeft_ = bytes_[from_];
+      ++from_;
+      findNextRun();
+    } else {
+      break;
+    }
+  }
+  return produced;
+}
+
+bool RunExpansion::finished() const { return !malformed_ && repeatLeft_ == 0 && from_ == length_ && !runFollows_; }
 
 }  // namespace BZip2BlockDecoder
 

@@ -1,11 +1,20 @@
 #pragma once
 // Incremental decoding of one bzip2 stream held in memory. The patch reader pulls exactly as many bytes as the
 // patch's control triples ask for, so a stream is never held decoded in full.
+//
+// Blocks go through the library's own block decoder one at a time, and only as far as a reader asks: a block
+// costs its undecoded size (at most 900 kB) until its bytes are read, however far it expands. At the first
+// doubt (a block the own decoder is unsure of, a CRC that does not match, an unexpected end) libbz2 starts
+// again from the stream's beginning, skips what was already handed out and decides the rest, so the bytes
+// and the failures are libbz2's own.
+
+#include "BZip2BlockDecoder.h"
 
 #include <bzlib.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace zrv::bzip2 {
 
@@ -23,12 +32,35 @@ class BZip2StreamDecoder {
   /// the stream has finished or failed.
   std::size_t read(std::uint8_t* out, std::size_t capacity);
   State state() const { return state_; }
+  /// Whether libbz2 had to take over (for tests: bzip2's own streams never need it).
+  bool handedToLibbz2() const { return !own_; }
 
  private:
-  bz_stream stream_{};
-  const std::uint8_t* pending_;  ///< input not yet handed to libbz2 (its counters are 32-bit)
-  std::size_t pendingLength_;
+  /// Moves the own decoder to the next block or to the stream's end; false when it is unsure.
+  bool advance();
+  void fallBack();
+  std::size_t readWithLibbz2(std::uint8_t* out, std::size_t capacity);
+
+  const std::uint8_t* input_;
+  std::size_t length_;
   State state_ = State::decoding;
+  std::uint64_t delivered_ = 0;  ///< bytes handed out so far, by either decoder
+
+  // The own decoder, while it is sure.
+  bool own_ = true;
+  std::uint8_t levelDigit_ = 0;
+  std::uint64_t nextBit_ = 0;  ///< where the next block's (or the end's) magic must start
+  std::uint32_t combinedCRC_ = 0;
+  std::uint32_t blockCRC_ = 0;
+  std::vector<std::uint8_t> blockBytes_;
+  BZip2BlockDecoder::RunExpansion expansion_;
+  bool inBlock_ = false;
+
+  // libbz2, once it has taken over.
+  bz_stream stream_{};
+  const std::uint8_t* pending_ = nullptr;  ///< input not yet handed to libbz2 (its counters are 32-bit)
+  std::size_t pendingLength_ = 0;
+  std::uint64_t toSkip_ = 0;  ///< bytes libbz2 makes again that were handed out before it took over
   bool initialised_ = false;
 };
 
