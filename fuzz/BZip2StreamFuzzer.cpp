@@ -1,11 +1,12 @@
 // Fuzzes the patch streams' decoder against libbz2 alone: whatever the input and however it is read, it must
-// hand out the same bytes and end the same way (finished or failed), whether its own block decoder kept it
-// or libbz2 took over halfway.
+// end the same way (finished with the same bytes, or failed), whether its own block decoder kept it or libbz2
+// took over halfway.
 
 #include "update/bzip2/BZip2StreamDecoder.h"
 
 #include <bzlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -56,7 +57,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   own.resize(std::min(own.size(), kOutputCap));
   std::string reference;
   const State expected = libbz2Decode(data, size, reference);
-  if (own != reference) std::abort();
-  if (own.size() < kOutputCap && decoder.state() != expected) std::abort();
+  // Where a stream fails, how much libbz2 puts out before it says so depends on its output buffer; what comes
+  // out must agree as far as both go.
+  const std::size_t common = std::min(own.size(), reference.size());
+  if (own.compare(0, common, reference, 0, common) != 0) std::abort();
+  if (own.size() < kOutputCap && reference.size() < kOutputCap) {
+    if (decoder.state() != expected) std::abort();
+    if (expected == State::finished && own.size() != reference.size()) std::abort();
+  }
   return 0;
 }
