@@ -2,6 +2,7 @@
 
 #include "BZip2Blocks.h"
 #include "BZip2CRC.h"
+#include "BZip2InverseTransform.h"
 #include "BZip2TablePool.h"
 
 #include <algorithm>
@@ -339,40 +340,17 @@ Result transformBlock(const std::uint8_t* data, std::size_t length, std::uint64_
   }
   if (in.position() != endBit || origin >= filled) return Result::unsure;
 
-  // Inverse BWT: each byte of the last column links to the next one in the block (as libbz2 follows them) and
-  // back to the one before. Following one chain is a cache miss per byte; the first half of the block is
-  // followed forwards while the second half is followed backwards from its last byte, so two misses overlap.
-  std::uint32_t* const backLinks = workspace->backLinks.get();
+  // Inverse BWT: each byte of the last column links to the next one in the block, as libbz2 follows them.
   std::uint32_t next[256];
   for (std::uint32_t byte = 0, sum = 0; byte < 256; ++byte) {
     next[byte] = sum;
     sum += byteCounts[byte];
   }
-  for (std::uint32_t i = 0; i < filled; ++i) {
-    const std::uint32_t byte = links[i] & 0xFF;
-    const std::uint32_t to = next[byte]++;
-    links[to] |= i << 8;
-    backLinks[i] = to << 8 | byte;
-  }
+  for (std::uint32_t i = 0; i < filled; ++i) links[next[links[i] & 0xFF]++] |= i << 8;
   std::uint8_t* const bytes = workspace->bytes.get();
-  const std::uint32_t backwards = filled / 2, forwards = filled - backwards;
-  std::uint32_t forward = links[origin] >> 8, backward = origin, lastForward = forward;
-  for (std::uint32_t i = 0; i < backwards; ++i) {
-    const std::uint32_t ahead = links[forward], behind = backLinks[backward];
-    lastForward = forward;
-    bytes[i] = static_cast<std::uint8_t>(ahead);
-    forward = ahead >> 8;
-    bytes[filled - 1 - i] = static_cast<std::uint8_t>(behind);
-    backward = behind >> 8;
+  if (!BZip2InverseTransform::follow(links, filled, links[origin] >> 8, bytes, workspace->walks)) {
+    return Result::unsure;
   }
-  if (forwards > backwards) {
-    lastForward = forward;
-    bytes[backwards] = static_cast<std::uint8_t>(links[forward]);
-  }
-  // The halves join only if the links form the single cycle of a real BWT; libbz2 follows the forward links
-  // alone and may put out other bytes when they do not.
-  if (backwards > 0 && backward != lastForward) return Result::unsure;
-
   return use(bytes, filled, storedCRC);
 }
 

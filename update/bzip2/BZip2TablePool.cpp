@@ -40,11 +40,10 @@ Tables::~Tables() {
 void Tables::reserve(std::size_t length) {
   if (capacity >= length) return;
   links.reset();
-  backLinks.reset();
   bytes.reset();
   capacity = 0;
   links.reset(new std::uint32_t[length]);
-  backLinks.reset(new std::uint32_t[length]);
+  walks.reserve(length);
   bytes.reset(new std::uint8_t[length]);
   capacity = length;
 }

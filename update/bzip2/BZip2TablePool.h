@@ -1,10 +1,12 @@
 #pragma once
-// The block-sized tables that decoding one bzip2 block needs (some 8 MiB for our decoder at the largest block
+// The block-sized tables that decoding one bzip2 block needs (some 6 MiB for our decoder at the largest block
 // size, some 3.5 MiB more for libbz2's), from one pool for the process with about one set per core. A set is
 // made on first need and kept for the next block, so tables come warm from the caches rather than cold from
 // the kernel. Decoding more blocks at once than there are cores gains nothing and makes the decoders evict
 // each other's tables from the caches, so a decoder that finds every set in use waits for one: the sets are
 // held only while a block is decoded, by threads that need nothing else to finish it.
+
+#include "BZip2InverseTransform.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -23,9 +25,9 @@ struct Tables {
 
   /// Our decoder's tables, for blocks of up to `length` bytes.
   void reserve(std::size_t length);
-  std::unique_ptr<std::uint32_t[]> links;      ///< the BWT's last column (low byte) and the inverse links above it
-  std::unique_ptr<std::uint32_t[]> backLinks;  ///< the last column again, with the links the other way
-  std::unique_ptr<std::uint8_t[]> bytes;       ///< the block before its runs are expanded
+  std::unique_ptr<std::uint32_t[]> links;  ///< the BWT's last column (low byte) and the inverse links above it
+  BZip2InverseTransform::Workspace walks;  ///< for following the links
+  std::unique_ptr<std::uint8_t[]> bytes;   ///< the block before its runs are expanded
   std::size_t capacity = 0;
 
   /// libbz2's allocator pair (bzalloc, bzfree) with a set as the opaque pointer: what libbz2 gives back is
