@@ -1,5 +1,6 @@
 #include "zip/SSZipArchiveUnzipper.h"
 
+#include "zip/BufferedArchiveFile.h"
 #include "zip/ZipEntryData.h"
 
 #include <ZRVKit/ZRVLog.h>
@@ -85,7 +86,8 @@ bool SSZipArchiveUnzipper::run(std::optional<ZRVError>* error) {
     return false;
   };
   // The 64-bit calls read the Zip64 end record (more than 65,535 entries) and the Zip64 sizes of entries.
-  zip_ = unzOpen64(path_.c_str());
+  zlib_filefunc64_def functions = bufferedArchiveFileFunctions();
+  zip_ = unzOpen2_64(path_.c_str(), &functions);
   if (!zip_) {
     // minizip cannot open an archive that consists of nothing but its end record; it has no first entry.
     if (isEmptyArchive(path_)) {
