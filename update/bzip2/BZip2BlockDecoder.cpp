@@ -1,8 +1,8 @@
 #include "BZip2BlockDecoder.h"
 
 #include "BZip2Blocks.h"
-#include "BZip2CRC.h"
 #include "BZip2InverseTransform.h"
+#include "BZip2RunExpansion.h"
 #include "BZip2TablePool.h"
 
 #include <algorithm>
@@ -132,85 +132,6 @@ struct HuffmanCode {
     return kMaxAlphabet;
   }
 };
-
-/// Appends to chunks of kChunkLength bytes and keeps the CRC of everything appended.
-class Output {
- public:
-  explicit Output(std::vector<Chunk>& chunks) : chunks_(chunks) {}
-
-  void copy(const std::uint8_t* bytes, std::size_t length) {
-    while (length > 0) {
-      if (left_ == 0) nextChunk();
-      const std::size_t take = std::min(length, left_);
-      std::memcpy(at_, bytes, take);
-      crc_ = BZip2CRC::update(crc_, bytes, take);
-      at_ += take;
-      left_ -= take;
-      bytes += take;
-      length -= take;
-    }
-  }
-  void repeat(std::uint8_t byte, std::size_t length) {
-    while (length > 0) {
-      if (left_ == 0) nextChunk();
-      const std::size_t take = std::min(length, left_);
-      std::memset(at_, byte, take);
-      crc_ = BZip2CRC::updateRun(crc_, byte, take);
-      at_ += take;
-      left_ -= take;
-      length -= take;
-    }
-  }
-  /// The CRC of all bytes, once the last chunk is in.
-  std::uint32_t finish() {
-    closeChunk();
-    return ~crc_;
-  }
-
- private:
-  void closeChunk() {
-    if (!current_.bytes) return;
-    current_.length = kChunkLength - left_;
-    chunks_.push_back(std::move(current_));
-    current_ = Chunk{};
-    left_ = 0;
-  }
-  void nextChunk() {
-    closeChunk();
-    current_.bytes.reset(new std::uint8_t[kChunkLength]);
-    at_ = current_.bytes.get();
-    left_ = kChunkLength;
-  }
-
-  std::vector<Chunk>& chunks_;
-  Chunk current_;
-  std::uint8_t* at_ = nullptr;
-  std::size_t left_ = 0;
-  std::uint32_t crc_ = 0xFFFFFFFFu;
-};
-
-/// Expands bzip2's first run-length stage: four equal bytes are followed by a count of further copies. A block
-/// ending in four equal bytes without their count is one libbz2 refuses.
-bool expandRuns(const std::uint8_t* bytes, std::size_t length, Output& out) {
-  std::size_t from = 0;
-  while (from < length) {
-    // The first four equal bytes from here start a run: none of them can belong to an earlier one.
-    auto startsRun = [bytes](std::size_t at) {
-      return bytes[at] == bytes[at + 1] && bytes[at] == bytes[at + 2] && bytes[at] == bytes[at + 3];
-    };
-    std::size_t at = from;
-    while (at + 3 < length && !startsRun(at)) ++at;
-    if (at + 3 >= length) {
-      out.copy(bytes + from, length - from);
-      return true;
-    }
-    if (at + 4 == length) return false;
-    out.copy(bytes + from, at + 4 - from);
-    out.repeat(bytes[at], bytes[at + 4]);
-    from = at + 5;
-  }
-  return true;
-}
 
 struct Tables {
   std::uint8_t selectors[kMaxSelectors];
@@ -360,11 +281,17 @@ Result decode(const std::uint8_t* data, std::size_t length, std::uint64_t startB
               std::uint8_t levelDigit, std::vector<Chunk>& chunks, CRCCheck check) {
   return transformBlock(data, length, startBit, endBit, levelDigit,
                         [&](const std::uint8_t* bytes, std::uint32_t filled, std::uint32_t storedCRC) {
+                          BZip2RunExpansion expansion;
+                          expansion.start(bytes, filled);
                           std::vector<Chunk> decoded;
-                          Output out(decoded);
-                          if (!expandRuns(bytes, filled, out)) return Result::unsure;
-                          if (out.finish() != storedCRC && check == CRCCheck::required) return Result::unsure;
-                          for (Chunk& chunk : decoded) chunks.push_back(std::move(chunk));
+                          while (!expansion.finished() && !expansion.malformed()) {
+                            Chunk chunk{std::unique_ptr<std::uint8_t[]>(new std::uint8_t[kChunkLength]), 0};
+                            chunk.length = expansion.expand(chunk.bytes.get(), kChunkLength);
+                            if (chunk.length > 0) decoded.push_back(std::move(chunk));
+                          }
+                          if (expansion.malformed()) return Result::unsure;
+                          if (expansion.crc() != storedCRC && check == CRCCheck::required) return Result::unsure;
+                          for (Chunk& piece : decoded) chunks.push_back(std::move(piece));
                           return Result::decoded;
                         });
 }
@@ -379,62 +306,6 @@ Result decodeRunLengthBytes(const std::uint8_t* data, std::size_t length, std::u
                           return Result::decoded;
                         });
 }
-
-void RunExpansion::start(const std::uint8_t* bytes, std::size_t length) {
-  *this = RunExpansion();
-  bytes_ = bytes;
-  length_ = length;
-  findNextRun();
-}
-
-void RunExpansion::findNextRun() {
-  std::size_t at = from_;
-  while (at + 3 < length_ &&
-         !(bytes_[at] == bytes_[at + 1] && bytes_[at] == bytes_[at + 2] && bytes_[at] == bytes_[at + 3])) {
-    ++at;
-  }
-  if (at + 3 >= length_) {
-    literalEnd_ = length_;
-    runFollows_ = false;
-  } else {
-    literalEnd_ = at + 4;
-    runFollows_ = true;
-  }
-}
-
-std::size_t RunExpansion::expand(std::uint8_t* out, std::size_t capacity) {
-  std::size_t produced = 0;
-  while (produced < capacity && !malformed_) {
-    if (repeatLeft_ > 0) {
-      const std::size_t take = std::min<std::size_t>(repeatLeft_, capacity - produced);
-      std::memset(out + produced, repeatByte_, take);
-      crc_ = BZip2CRC::updateRun(crc_, repeatByte_, take);
-      produced += take;
-      repeatLeft_ -= take;
-    } else if (from_ < literalEnd_) {
-      const std::size_t take = std::min(literalEnd_ - from_, capacity - produced);
-      std::memcpy(out + produced, bytes_ + from_, take);
-      crc_ = BZip2CRC::update(crc_, bytes_ + from_, take);
-      produced += take;
-      from_ += take;
-    } else if (runFollows_) {
-      // Four equal bytes were put out; the count of further copies follows, unless the block ends here.
-      if (from_ == length_) {
-        malformed_ = true;
-        break;
-      }
-      repeatByte_ = bytes_[from_ - 1];
-      repeatLeft_ = bytes_[from_];
-      ++from_;
-      findNextRun();
-    } else {
-      break;
-    }
-  }
-  return produced;
-}
-
-bool RunExpansion::finished() const { return !malformed_ && repeatLeft_ == 0 && from_ == length_ && !runFollows_; }
 
 }  // namespace BZip2BlockDecoder
 

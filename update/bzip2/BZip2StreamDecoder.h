@@ -9,6 +9,7 @@
 // and the failures are libbz2's own.
 
 #include "BZip2BlockDecoder.h"
+#include "BZip2RunExpansion.h"
 
 #include <bzlib.h>
 
@@ -53,7 +54,7 @@ class BZip2StreamDecoder {
   std::uint32_t combinedCRC_ = 0;
   std::uint32_t blockCRC_ = 0;
   std::vector<std::uint8_t> blockBytes_;
-  BZip2BlockDecoder::RunExpansion expansion_;
+  BZip2RunExpansion expansion_;
   bool inBlock_ = false;
 
   // libbz2, once it has taken over.
