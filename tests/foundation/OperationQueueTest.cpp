@@ -199,7 +199,7 @@ TEST(WorkQueue, WaitsForWorkTheLibraryHoldsBackAddNoThreads) {
   std::condition_variable turnFree;
   bool taken = false;
   std::atomic<int> done{0};
-  constexpr int kItems = 40;
+  constexpr int kItems = 10;
   for (int i = 0; i < kItems; ++i) {
     ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
       {
@@ -208,7 +208,7 @@ TEST(WorkQueue, WaitsForWorkTheLibraryHoldsBackAddNoThreads) {
         turnFree.wait(lock, [&] { return !taken; });
         taken = true;
       }
-      spin(2ms);
+      spin(100ms);  // longer than a waiter may sleep before it counts as stuck
       {
         std::lock_guard lock(mutex);
         taken = false;
