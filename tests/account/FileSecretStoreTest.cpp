@@ -25,12 +25,6 @@ class FileSecretStoreTest : public ::testing::Test {
     authenticator.saveLogin();
   }
 
-  mode_t modeOf(const fs::path& path) {
-    struct stat info {};
-    EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
-    return info.st_mode & 07777;
-  }
-
   TemporaryDirectory home;
   ScopedEnvironment data{"XDG_DATA_HOME", home.path().string()};
   ScopedEnvironment choice{"ZRV_SECRET_STORE", "file"};

@@ -1,5 +1,8 @@
 #include "support/TemporaryDirectory.h"
 
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -37,6 +40,12 @@ void writeFile(const std::filesystem::path& file, std::string_view contents) {
   if (file.has_parent_path()) std::filesystem::create_directories(file.parent_path());
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+}
+
+unsigned modeOf(const std::filesystem::path& path) {
+  struct stat info {};
+  EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
 }
 
 std::string readFile(const std::filesystem::path& file) {

@@ -36,3 +36,5 @@ class ScopedEnvironment {
 void writeFile(const std::filesystem::path& file, std::string_view contents);
 /// The whole file as text ("" when it cannot be read).
 std::string readFile(const std::filesystem::path& file);
+/// The permission bits of `path` itself (a link is not followed).
+unsigned modeOf(const std::filesystem::path& path);

@@ -270,18 +270,33 @@ TEST_F(PatcherTest, FilesWhoseDownloadNameDoesNotDecodeDoNotHoldUpTheOthers) {
   EXPECT_EQ(run.outcomes.load(), 0);
 }
 
-TEST_F(PatcherTest, TheFrameworkIsFetchedAndUnpackedFirst) {
+TEST_F(PatcherTest, TheFrameworkComesFirstAndASecondRunCarriesOnFromTheFirst) {
   fs::remove_all(install / "Frameworks");
   content.serveFramework("framework binary");
+  content.publish("game.pak", "new game");
   content.serveManifestAndMirrors();
-  UpdateRun run;
-  run.start(patcher, install.path());
-  ASSERT_FALSE(run.reports.empty());  // the first framework status comes at once
-  ASSERT_TRUE(run.finish());
-  EXPECT_EQ(run.completed, "Everything is up to date");
+  for (const double share : {ZRVPatcher::kBaseProgressWithFramework,
+                             ZRVPatcher::kBaseProgressWithFramework + ZRVPatcher::kBaseProgress}) {
+    const bool first = share == ZRVPatcher::kBaseProgressWithFramework;
+    UpdateRun run;
+    run.start(patcher, install.path());
+    ASSERT_TRUE(!first || !run.reports.empty());  // the first framework status comes at once
+    ASSERT_TRUE(run.finish());
+    EXPECT_EQ(run.completed, "Everything is up to date");
+    EXPECT_DOUBLE_EQ(patcher.baseProgress(), first ? share : ZRVPatcher::kBaseProgress);
+    EXPECT_NEAR(run.reports.back().second, share, 1e-9);  // the file's reports: progress is never reset between runs
+  }
   EXPECT_EQ(readFile(install / "Frameworks" / "Cg.framework" / "Cg"), "framework binary");
   EXPECT_FALSE(fs::exists(install / "Frameworks" / "Cg.framework.zip"));
-  EXPECT_DOUBLE_EQ(patcher.baseProgress(), ZRVPatcher::kBaseProgressWithFramework);
+  EXPECT_EQ(installed("game.pak"), "new game");
+  std::vector<std::string> paths;
+  for (const auto& request : content.server().requests()) paths.push_back(request.path);
+  const std::vector<std::string> expected = {
+      "/launcher/mac/aditional-libraries/Cg.framework.zip", "/api/mirrors", "/content/patchmanifest.txt",
+      "/content/files/game.pak.bz2",  // the first run: framework → mirrors → manifest → files
+      "/api/mirrors", "/content/patchmanifest.txt"};  // the second: the framework and the file are in place
+  EXPECT_EQ(paths, expected);
+  EXPECT_EQ(patcher.mirrorURLs().size(), 1u);
 }
 
 TEST_F(PatcherTest, AMissingFrameworkArchiveFailsTheRun) {

@@ -3,10 +3,8 @@
 #include <ZRVKit/ZRVOperationQueue.h>
 #include <ZRVKit/ZRVPatcher.h>
 
-#include "support/TemporaryDirectory.h"
 #include "update/FileItem.h"
 #include "update/UpdateRun.h"
-#include "update/UpdateServer.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +12,6 @@
 #include <mutex>
 #include <stdexcept>
 
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using zrv::update::FileCallbacks;
 using zrv::update::FileItem;
@@ -122,38 +119,4 @@ TEST(UpdateRun, TheFirstFailureIsTheOneReported) {
     EXPECT_EQ(observed.completions.load(), 0);
     EXPECT_FALSE(observed.run->updateSuccessful());
   }
-}
-
-TEST(UpdateRun, StepsRunInTheirOrderAndASecondRunCarriesOnFromTheFirst) {
-  TemporaryDirectory install;
-  UpdateServer content;
-  content.serveFramework("framework binary");
-  content.publish("game.pak", "new game");
-  content.serveManifestAndMirrors();
-
-  ZRVPatcher patcher;
-  for (const double share : {ZRVPatcher::kBaseProgressWithFramework, ZRVPatcher::kBaseProgressWithFramework + ZRVPatcher::kBaseProgress}) {
-    std::atomic<int> outcomes{0};
-    std::mutex mutex;
-    std::vector<double> progress;
-    patcher.checkForGameUpdates(
-        install.path(),
-        [&](const std::string&, double value) {
-          std::lock_guard lock(mutex);
-          progress.push_back(value);
-        },
-        [&](const std::string&) { ++outcomes; }, [&](const ZRVError&) { ++outcomes; });
-    ASSERT_TRUE(eventually([&] { return outcomes.load() > 0; }));
-    std::lock_guard lock(mutex);
-    EXPECT_NEAR(progress.back(), share, 1e-9);  // the file's reports: progress is never reset between runs
-  }
-  std::vector<std::string> paths;
-  for (const auto& request : content.server().requests()) paths.push_back(request.path);
-  const std::vector<std::string> expected = {
-      "/launcher/mac/aditional-libraries/Cg.framework.zip", "/api/mirrors", "/content/patchmanifest.txt",
-      "/content/files/game.pak.bz2",  // the first run: framework → mirrors → manifest → files
-      "/api/mirrors", "/content/patchmanifest.txt"};  // the second: the framework and the file are in place
-  EXPECT_EQ(paths, expected);
-  EXPECT_EQ(readFile(install / "game.pak"), "new game");
-  EXPECT_EQ(patcher.mirrorURLs().size(), 1u);
 }

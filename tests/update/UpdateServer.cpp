@@ -7,8 +7,6 @@
 #include "tests/update/PatchBuilder.h"
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 std::string bzip2(const std::string& data) {
@@ -59,13 +57,11 @@ void UpdateServer::addPatch(const std::string& name, const std::string& before,
 
 void UpdateServer::serveFramework(const std::string& binary) {
   TemporaryDirectory archive;
-  std::filesystem::create_directories(archive / "Cg.framework");
-  std::ofstream(archive / "Cg.framework" / "Cg", std::ios::binary) << binary;
+  writeFile(archive / "Cg.framework" / "Cg", binary);
   std::string command = "cd '" + archive.path().string() + "' && zip -qr Cg.framework.zip Cg.framework";
   if (std::system(command.c_str()) != 0) throw std::runtime_error("zip failed");
-  std::ifstream zipped(archive / "Cg.framework.zip", std::ios::binary);
-  std::string bytes((std::istreambuf_iterator<char>(zipped)), std::istreambuf_iterator<char>());
-  server_.on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip", ScriptedResponse::text(bytes));
+  server_.on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip",
+             ScriptedResponse::text(readFile(archive / "Cg.framework.zip")));
 }
 
 void UpdateServer::serveManifestAndMirrors() {

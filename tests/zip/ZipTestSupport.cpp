@@ -85,9 +85,3 @@ std::time_t modificationTime(const fs::path& path) {
   EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
   return info.st_mtim.tv_sec;
 }
-
-unsigned modeOf(const fs::path& path) {
-  struct stat info {};
-  EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
-  return info.st_mode & 07777;
-}

@@ -28,9 +28,8 @@ std::vector<std::string> describeTree(const std::filesystem::path& root);
 
 /// Sets the modification time of `path` itself (a link is not followed).
 void setModificationTime(const std::filesystem::path& path, std::time_t seconds);
-/// The modification time of `path` itself, and its permission bits.
+/// The modification time of `path` itself.
 std::time_t modificationTime(const std::filesystem::path& path);
-unsigned modeOf(const std::filesystem::path& path);
 
 /// The moment of a local date and time, as a zip entry's DOS date means it.
 std::time_t localTime(int year, int month, int day, int hour, int minute, int second);
