@@ -1,6 +1,9 @@
 #include "update/InstallPath.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
@@ -10,9 +13,13 @@ namespace zrv::update {
 
 bool isContainedName(std::string_view name) {
   if (name.empty() || name.front() == '/' || name.find('\0') != std::string_view::npos) return false;
-  // "." names the folder it stands in: "." or "./" would make the install folder itself a game file.
-  for (const auto& part : fs::path(std::string(name))) {
+  // "." names the folder it stands in: "." or "./" would make the install folder itself a game file. The
+  // parts are those a path makes of the name: the texts between slashes, empty ones left out.
+  for (std::size_t start = 0; start <= name.size();) {
+    std::size_t end = std::min(name.find('/', start), name.size());
+    std::string_view part = name.substr(start, end - start);
     if (part == ".." || part == ".") return false;
+    start = end + 1;
   }
   return true;
 }
@@ -28,6 +35,65 @@ bool resolvesInside(const fs::path& base, const fs::path& location) {
   auto [end, unused] = std::mismatch(resolvedBase.begin(), resolvedBase.end(), resolved.begin(), resolved.end());
   (void)unused;
   return end == resolvedBase.end();
+}
+
+namespace {
+
+// "a/b/c.bin": no empty part, no trailing slash. Paths split such names exactly at their slashes, which the
+// short cut of InstallBoundary relies on; other spellings take the long way.
+bool isPlainlySpelled(std::string_view name) {
+  return !name.empty() && name.front() != '/' && name.back() != '/' && name.find("//") == std::string_view::npos;
+}
+
+}  // namespace
+
+InstallBoundary::InstallBoundary(fs::path base) : base_(std::move(base)) {
+  std::error_code error;
+  fs::path resolved = fs::weakly_canonical(base_, error);
+  if (!error) resolvedBase_ = std::move(resolved);
+}
+
+bool InstallBoundary::inside(const fs::path& resolved) const {
+  auto [end, unused] = std::mismatch(resolvedBase_->begin(), resolvedBase_->end(), resolved.begin(), resolved.end());
+  (void)unused;
+  return end == resolvedBase_->end();
+}
+
+const InstallBoundary::Folder& InstallBoundary::folder(std::string_view name) {
+  auto [found, added] = folders_.try_emplace(std::string(name));
+  if (added) {
+    std::error_code error;
+    fs::path resolved = name.empty() ? *resolvedBase_ : fs::weakly_canonical(base_ / name, error);
+    if (!error) {
+      found->second.inside = inside(resolved);
+      found->second.resolved = std::move(resolved);
+    }
+  }
+  return found->second;
+}
+
+bool InstallBoundary::resolvesInside(std::string_view name) {
+  if (!resolvedBase_) return false;
+  if (isPlainlySpelled(name)) {
+    // A file that is there and no link resolves to its resolved folder with its name appended; so does one
+    // that is not there at all (the folder part resolves as far as it exists, the rest is appended as
+    // spelled). Links, and failures other than "not there", are left to the full resolution below.
+    std::string location = base_.native();
+    if (!location.empty() && location.back() != '/') location += '/';
+    location += name;
+    struct stat info {};
+    const bool looked = ::lstat(location.c_str(), &info) == 0;
+    if ((looked && !S_ISLNK(info.st_mode)) || (!looked && errno == ENOENT)) {
+      const std::size_t slash = name.rfind('/');
+      const Folder& parent = folder(slash == std::string_view::npos ? std::string_view() : name.substr(0, slash));
+      // A file in a folder inside is inside; one in a folder outside may still be the install folder itself.
+      if (parent.inside) return true;
+      if (parent.resolved) return inside(*parent.resolved / name.substr(slash == std::string_view::npos ? 0 : slash + 1));
+    }
+  }
+  std::error_code error;
+  fs::path resolved = fs::weakly_canonical(base_ / name, error);
+  return !error && inside(resolved);
 }
 
 bool readWholeFile(const fs::path& file, ZRVData& contents) {

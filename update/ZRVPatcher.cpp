@@ -141,6 +141,7 @@ struct ListedFile {
 // on, even one that cannot be updated; so every later status report carries the final value.
 std::vector<ListedFile> listGameFiles(UpdateRun& run, const ZRVJSON& manifest, const std::string& platform) {
   const fs::path installBase = run.location();
+  zrv::update::InstallBoundary boundary(installBase);
   std::vector<ListedFile> files;
   for (const auto& [name, entry] : manifest.items()) {
     if (!entry.is_object() || !listsPlatform(entry, platform)) continue;
@@ -149,7 +150,7 @@ std::vector<ListedFile> listGameFiles(UpdateRun& run, const ZRVJSON& manifest, c
     auto compHash = textMember(entry, "compHash");
     auto download = textMember(entry, "dl");
     if (!hash || !compHash || !download) continue;
-    if (!zrv::update::namesAFile(name) || !zrv::update::resolvesInside(installBase, installBase / name)) {
+    if (!zrv::update::namesAFile(name) || !boundary.resolvesInside(name)) {
       ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
       continue;
     }
