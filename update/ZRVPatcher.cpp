@@ -64,12 +64,11 @@ struct FrameworkStaging {
 }  // namespace zrv::update
 
 using zrv::update::FileCallbacks;
-using zrv::update::FileItem;
+using zrv::update::FileItemStarter;
 using zrv::update::FileWork;
 using zrv::update::FrameworkStaging;
 using zrv::update::UpdateRun;
 using zrv::update::makeFileItem;
-using zrv::update::startFileItems;
 
 namespace {
 
@@ -137,15 +136,21 @@ struct ListedFile {
   const ZRVJSON* entry;
 };
 
-// Every file of the platform counts one step of progress while the list is built, before any file is worked
-// on, even one that cannot be updated; so every later status report carries the final value.
-std::vector<ListedFile> listGameFiles(UpdateRun& run, const ZRVJSON& manifest, const std::string& platform) {
+// Every file of the platform counts one step of progress before any file is worked on, even one that cannot
+// be updated; so every later status report carries the final value.
+void countPlatformFiles(UpdateRun& run, const ZRVJSON& manifest, const std::string& platform) {
+  for (const auto& [name, entry] : manifest.items()) {
+    if (entry.is_object() && listsPlatform(entry, platform)) run.countStep();
+  }
+}
+
+// Hands each game file of the platform to `found` as soon as it is made, in the manifest's order.
+template <class Found>
+void listGameFiles(const UpdateRun& run, const ZRVJSON& manifest, const std::string& platform, Found found) {
   const fs::path installBase = run.location();
   zrv::update::InstallBoundary boundary(installBase);
-  std::vector<ListedFile> files;
   for (const auto& [name, entry] : manifest.items()) {
     if (!entry.is_object() || !listsPlatform(entry, platform)) continue;
-    run.countStep();
     auto hash = textMember(entry, "hash");
     auto compHash = textMember(entry, "compHash");
     auto download = textMember(entry, "dl");
@@ -155,10 +160,9 @@ std::vector<ListedFile> listGameFiles(UpdateRun& run, const ZRVJSON& manifest, c
       continue;
     }
     if (auto file = ZRVManagedFile::initWithFilename(name, installBase, *hash, *compHash, *download)) {
-      files.push_back({std::move(file), &entry});
+      found(ListedFile{std::move(file), &entry});
     }
   }
-  return files;
 }
 
 // Updates one managed file from the run's mirrors. The patches live in the shared manifest, which the work
@@ -378,17 +382,18 @@ void ZRVPatcher::_downloadManifestCompleted(std::function<void(std::optional<ZRV
 // final item depends on every file's item); it does give its place to the next file.
 void ZRVPatcher::_patchGameFilesIfNecessary(const Run& run) {
   const std::shared_ptr<const ZRVJSON> manifest = run->manifest();
-  std::vector<ListedFile> files = listGameFiles(*run, *manifest, platform_);
+  countPlatformFiles(*run, *manifest, platform_);
   run->clearOutcome();
 
-  std::vector<FileItem> items;
-  for (ListedFile& listed : files) {
+  // Each file starts as soon as it is listed: checking the first files overlaps listing the rest.
+  FileItemStarter starter(*run, ZRVOperation::operationWithBlock([this, run] { _patchingComplete(*run); }));
+  listGameFiles(*run, *manifest, platform_, [&](ListedFile listed) {
     auto patches = listed.entry->find("patches");
-    if (patches == listed.entry->end()) continue;  // never updated, never reported: its item would end at once
+    if (patches == listed.entry->end()) return;  // never updated, never reported: its item would end at once
     const std::uintmax_t bytes = bytesHeldWhileUpdating(*listed.file);
-    items.push_back(makeFileItem(run, bytes, managedFileWork(run, std::move(listed.file), manifest, &*patches)));
-  }
-  startFileItems(*run, items, ZRVOperation::operationWithBlock([this, run] { _patchingComplete(*run); }));
+    starter.start(makeFileItem(run, bytes, managedFileWork(run, std::move(listed.file), manifest, &*patches)));
+  });
+  starter.finish();
 }
 
 void ZRVPatcher::_patchingComplete(const UpdateRun& run) {
