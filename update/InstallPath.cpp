@@ -1,6 +1,9 @@
 #include "update/InstallPath.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -59,14 +62,50 @@ bool InstallBoundary::inside(const fs::path& resolved) const {
   return end == resolvedBase_->end();
 }
 
+namespace {
+
+// True when `folder` can be searched and listed whole and none of its entries is a link: then a name in it
+// is either an entry that is no link or not there at all (also where names are matched without regard to
+// case), which is all a look at the name would tell.
+bool holdsNoLink(const fs::path& folder) {
+  const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  struct stat info {};
+  // Looking up "." needs the right to search the folder, as looking up any name in it does.
+  if (::fstatat(descriptor, ".", &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    ::close(descriptor);
+    return false;
+  }
+  DIR* listing = ::fdopendir(descriptor);
+  if (!listing) {
+    ::close(descriptor);
+    return false;
+  }
+  bool noLink = true;
+  errno = 0;
+  while (const dirent* entry = ::readdir(listing)) {
+    if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
+      noLink = false;
+      break;
+    }
+  }
+  if (errno != 0) noLink = false;  // the listing broke off
+  ::closedir(listing);
+  return noLink;
+}
+
+}  // namespace
+
 const InstallBoundary::Folder& InstallBoundary::folder(std::string_view name) {
   auto [found, added] = folders_.try_emplace(std::string(name));
   if (added) {
     std::error_code error;
-    fs::path resolved = name.empty() ? *resolvedBase_ : fs::weakly_canonical(base_ / name, error);
+    const fs::path spelled = name.empty() ? base_ : base_ / name;
+    fs::path resolved = name.empty() ? *resolvedBase_ : fs::weakly_canonical(spelled, error);
     if (!error) {
       found->second.inside = inside(resolved);
       found->second.resolved = std::move(resolved);
+      found->second.holdsNoLink = holdsNoLink(spelled);
     }
   }
   return found->second;
@@ -78,18 +117,20 @@ bool InstallBoundary::resolvesInside(std::string_view name) {
     // A file that is there and no link resolves to its resolved folder with its name appended; so does one
     // that is not there at all (the folder part resolves as far as it exists, the rest is appended as
     // spelled). Links, and failures other than "not there", are left to the full resolution below.
-    std::string location = base_.native();
-    if (!location.empty() && location.back() != '/') location += '/';
-    location += name;
-    struct stat info {};
-    const bool looked = ::lstat(location.c_str(), &info) == 0;
-    if ((looked && !S_ISLNK(info.st_mode)) || (!looked && errno == ENOENT)) {
-      const std::size_t slash = name.rfind('/');
-      const Folder& parent = folder(slash == std::string_view::npos ? std::string_view() : name.substr(0, slash));
-      // A file in a folder inside is inside; one in a folder outside may still be the install folder itself.
-      if (parent.inside) return true;
-      if (parent.resolved) return inside(*parent.resolved / name.substr(slash == std::string_view::npos ? 0 : slash + 1));
+    const std::size_t slash = name.rfind('/');
+    const std::string_view fileName = name.substr(slash == std::string_view::npos ? 0 : slash + 1);
+    const Folder& parent = folder(slash == std::string_view::npos ? std::string_view() : name.substr(0, slash));
+    bool settled = parent.resolved && parent.holdsNoLink;
+    if (!settled && parent.resolved) {
+      std::string location = base_.native();
+      if (!location.empty() && location.back() != '/') location += '/';
+      location += name;
+      struct stat info {};
+      const bool looked = ::lstat(location.c_str(), &info) == 0;
+      settled = (looked && !S_ISLNK(info.st_mode)) || (!looked && errno == ENOENT);
     }
+    // A file in a folder inside is inside; one in a folder outside may still be the install folder itself.
+    if (settled) return parent.inside || inside(*parent.resolved / fileName);
   }
   std::error_code error;
   fs::path resolved = fs::weakly_canonical(base_ / name, error);

@@ -21,9 +21,10 @@ bool namesAFile(std::string_view name);
 bool resolvesInside(const std::filesystem::path& base, const std::filesystem::path& location);
 
 /// `resolvesInside(base, base / name)` for the many names of one manifest, at a fraction of the cost: the
-/// install folder is resolved once, each folder named below it once, and a file's own name is only looked
-/// at (lstat). Whenever that look cannot settle the answer (the name is a link, cannot be looked at, or is
-/// spelled unusually) the whole location is resolved, as `resolvesInside` does, so the answers agree.
+/// install folder is resolved once, and each folder named below it once, listed once as well. A name in a
+/// folder whose listing holds no link needs no look of its own; elsewhere the name is looked at (lstat).
+/// Whenever that cannot settle the answer (the name is a link, cannot be looked at, or is spelled
+/// unusually) the whole location is resolved, as `resolvesInside` does, so the answers agree.
 class InstallBoundary {
  public:
   explicit InstallBoundary(std::filesystem::path base);
@@ -35,6 +36,7 @@ class InstallBoundary {
   struct Folder {
     std::optional<std::filesystem::path> resolved;  // nothing when it cannot be resolved
     bool inside = false;
+    bool holdsNoLink = false;  // listed whole and searchable, and no entry is a link (or of a type not given)
   };
   bool inside(const std::filesystem::path& resolved) const;
   /// The folder part of a plainly spelled name ("" for the install folder), resolved once.

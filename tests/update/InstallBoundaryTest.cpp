@@ -19,10 +19,12 @@ struct Case {
 };
 
 // An install with links in every place a name can meet one: to a folder inside, to a folder outside, to the
-// install's own parent, to a file outside, nowhere; and a file where a folder is expected.
+// install's own parent, to a file outside, nowhere; a file where a folder is expected; and a folder that
+// holds no link at all.
 void plantTree(const fs::path& install, const fs::path& outside) {
   writeFile(install / "game.bin", "game");
   writeFile(install / "data/d1/f.dat", "f");
+  writeFile(install / "data/d2/g.dat", "g");  // a folder that holds no link
   writeFile(outside / "secret", "secret");
   fs::create_directories(outside / "folder");
   fs::create_directory_symlink(install / "data", install / "inward");
@@ -45,6 +47,13 @@ TEST(InstallBoundary, AgreesWithResolvingEachLocationWhole) {
       {"data/d1/f.dat", true},
       {"data/d1/new.dat", true},
       {"data/missing/deeper/new.dat", true},
+      {"data/new.dat", true},
+      {"data/d1", true},
+      {"data/d2/g.dat", true},
+      {"data/d2/new.dat", true},
+      {"inward/d2/g.dat", true},
+      {"up/install/data/d2/g.dat", true},
+      {"up/outside/folder/new.dat", false},
       {"inward/d1/f.dat", true},
       {"inward/d1/new.dat", true},
       {"outward/new.dat", false},
