@@ -1,5 +1,6 @@
 #include "update/InstallCleanup.h"
 
+#include "update/FolderListing.h"
 #include "update/InstallFolder.h"
 
 #include <dirent.h>
@@ -29,26 +30,23 @@ struct Entry {
   unsigned char type;  // DT_REG, DT_DIR, ... as the listing gives it; DT_UNKNOWN where the file system does not
 };
 
-std::vector<Entry> entriesIn(int folder) {
+// Every name the library leaves behind starts with a dot (the framework archive is looked for by name), so
+// a name without one is never a leftover: only whether it is a folder to walk into matters, and the listing
+// says so without a look at each file (a game's install holds tens of thousands of them).
+bool mayBeLeftover(std::string_view name) { return name[0] == '.'; }
+
+// The entries the walk has to consider: possible leftovers and folders (and what the listing cannot type).
+std::vector<Entry> entriesToConsider(int folder) {
   std::vector<Entry> entries;
-  int copy = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (copy < 0) return entries;
-  DIR* listing = ::fdopendir(copy);
-  if (!listing) {
-    ::close(copy);
-    return entries;
-  }
-  while (dirent* entry = ::readdir(listing)) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") entries.push_back({std::move(name), entry->d_type});
-  }
-  ::closedir(listing);
+  listFolder(folder, [&](std::string_view name, unsigned char type) {
+    if (mayBeLeftover(name) || type == DT_DIR || type == DT_UNKNOWN) entries.push_back({std::string(name), type});
+  });
   return entries;
 }
 
 std::vector<std::string> namesIn(int folder) {
   std::vector<std::string> names;
-  for (Entry& entry : entriesIn(folder)) names.push_back(std::move(entry.name));
+  listFolder(folder, [&](std::string_view name, unsigned char) { names.emplace_back(name); });
   return names;
 }
 
@@ -89,17 +87,11 @@ bool isAbandonedAtomicWrite(const std::string& name, const struct stat& info, co
   return siblings.count(name.substr(1, name.size() - 8)) > 0;
 }
 
-// Every name the library leaves behind starts with a dot (the framework archive is looked for by name), so
-// a name without one is never a leftover: only whether it is a folder to walk into matters, and the listing
-// says so without a look at each file (a game's install holds tens of thousands of them).
-bool mayBeLeftover(const std::string& name) { return name[0] == '.'; }
-
 std::size_t clearBelow(int folder, int depth, bool atTop) {
   if (depth > kMaxDepth) return 0;
   std::size_t removed = 0;
-  std::vector<Entry> entries = entriesIn(folder);
   std::optional<std::set<std::string>> siblings;  // made on first need: most folders hold no candidate
-  for (const Entry& entry : entries) {
+  for (const Entry& entry : entriesToConsider(folder)) {
     const std::string& name = entry.name;
     bool isFolder = entry.type == DT_DIR;
     if (mayBeLeftover(name) || entry.type == DT_UNKNOWN) {
@@ -107,8 +99,8 @@ std::size_t clearBelow(int folder, int depth, bool atTop) {
       if (::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
       isFolder = S_ISDIR(info.st_mode);
       if (!siblings && S_ISREG(info.st_mode) && mayBeLeftover(name)) {
-        siblings.emplace();
-        for (const Entry& sibling : entries) siblings->insert(sibling.name);
+        const std::vector<std::string> names = namesIn(folder);
+        siblings.emplace(names.begin(), names.end());
       }
       bool leftover = isAbandonedPartial(name) || (isFolder && name == ".tmp") ||
                       (S_ISREG(info.st_mode) && mayBeLeftover(name) && isAbandonedAtomicWrite(name, info, *siblings));

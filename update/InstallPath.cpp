@@ -1,9 +1,8 @@
 #include "update/InstallPath.h"
 
-#include <dirent.h>
-#include <fcntl.h>
+#include "update/FolderListing.h"
+
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -68,30 +67,16 @@ namespace {
 // is either an entry that is no link or not there at all (also where names are matched without regard to
 // case), which is all a look at the name would tell.
 bool holdsNoLink(const fs::path& folder) {
-  const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return false;
+  FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) return false;
   struct stat info {};
   // Looking up "." needs the right to search the folder, as looking up any name in it does.
-  if (::fstatat(descriptor, ".", &info, AT_SYMLINK_NOFOLLOW) != 0) {
-    ::close(descriptor);
-    return false;
-  }
-  DIR* listing = ::fdopendir(descriptor);
-  if (!listing) {
-    ::close(descriptor);
-    return false;
-  }
+  if (::fstatat(opened.get(), ".", &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
   bool noLink = true;
-  errno = 0;
-  while (const dirent* entry = ::readdir(listing)) {
-    if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
-      noLink = false;
-      break;
-    }
-  }
-  if (errno != 0) noLink = false;  // the listing broke off
-  ::closedir(listing);
-  return noLink;
+  const bool whole = listFolder(opened.get(), [&](std::string_view, unsigned char type) {
+    if (type == DT_LNK || type == DT_UNKNOWN) noLink = false;
+  });
+  return whole && noLink;
 }
 
 }  // namespace
