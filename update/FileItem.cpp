@@ -45,7 +45,11 @@ class FileEnding {
 
 FileCallbacks callbacksEndingIn(const std::shared_ptr<UpdateRun>& run, const std::shared_ptr<FileEnding>& ending) {
   FileCallbacks callbacks;
-  callbacks.status = [run](const std::string& text) { run->reportStatus(text); };
+  // A file reports a status only on its way to being patched or downloaded; one that is up to date only completes.
+  callbacks.status = [run](const std::string& text) {
+    run->noteChangingInstall();
+    run->reportStatus(text);
+  };
   callbacks.completion = [run, ending](bool, const std::string& text) {
     run->reportStatus(text);
     ending->reported();

@@ -284,6 +284,7 @@ void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, Up
 }
 
 void ZRVPatcher::_downloadRequiredFramework(const Run& run) {
+  run->noteChangingInstall();
   run->setBaseProgress(kBaseProgressWithFramework);
   const std::string status = localized("DOWNLOADING_REQUIRED_FRAMEWORKS");
   run->reportStatus(status);
@@ -413,7 +414,9 @@ void ZRVPatcher::_patchingComplete(const UpdateRun& run) {
     if (!failure.hasUnderlyingPOSIX(ENOENT)) ZRV_LOG_METHOD_ERROR(kClassName, "_patchingComplete", failure.localizedDescription());
   }
   // The patch step's temporary folders beside files in sub-folders go too: nothing of the run stays behind.
-  zrv::update::clearLeftovers(installBase);
+  // A run that only checked digests made none, and its start cleared what earlier runs had left, so its
+  // install is not walked a second time.
+  if (run.changesInstall()) zrv::update::clearLeftovers(installBase);
 
   run.reportOutcome();
 }
