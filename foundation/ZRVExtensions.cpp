@@ -3,11 +3,11 @@
 #include <openssl/evp.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -18,8 +18,14 @@ struct DigestContextDeleter {
 using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextDeleter>;
 
 DigestContext startSHA1() {
+  // Fetched once: naming the digest by EVP_sha1() looks its implementation up again, under a lock, on every
+  // start, and an update hashes tens of thousands of files. Never freed, like the library's shared instances.
+  static const EVP_MD* const kSHA1 = [] {
+    const EVP_MD* fetched = EVP_MD_fetch(nullptr, "SHA1", nullptr);
+    return fetched ? fetched : EVP_sha1();
+  }();
   DigestContext context(EVP_MD_CTX_new());
-  if (!context || EVP_DigestInit_ex(context.get(), EVP_sha1(), nullptr) != 1) throw std::bad_alloc();
+  if (!context || EVP_DigestInit_ex(context.get(), kSHA1, nullptr) != 1) throw std::bad_alloc();
   return context;
 }
 
@@ -37,9 +43,32 @@ std::string finishSHA1(EVP_MD_CTX* context) {
   return text;
 }
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
+// The SHA-1 of everything `read(buffer, size)` gives until it gives nothing (a negative count is a failure:
+// ""). Most files an update checks are tiny, so they are read into a buffer on the stack; only a file that
+// fills it gets a large one, left uninitialised (clearing a megabyte for each file cost more than reading and
+// hashing it).
+template <class Read>
+std::string sha1OfReads(Read read) {
+  DigestContext context = startSHA1();
+  constexpr std::size_t kFirstChunk = 64 << 10, kChunk = 1 << 20;
+  std::uint8_t first[kFirstChunk];
+  std::unique_ptr<std::uint8_t[]> large;
+  std::uint8_t* buffer = first;
+  std::size_t capacity = kFirstChunk;
+  for (;;) {
+    ssize_t count = read(buffer, capacity);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return "";  // a folder, or a read error
+    if (count == 0) break;
+    EVP_DigestUpdate(context.get(), buffer, static_cast<std::size_t>(count));
+    if (!large && static_cast<std::size_t>(count) == capacity) {
+      large = std::make_unique_for_overwrite<std::uint8_t[]>(kChunk);
+      buffer = large.get();
+      capacity = kChunk;
+    }
+  }
+  return finishSHA1(context.get());
+}
 
 }  // namespace
 
@@ -54,37 +83,25 @@ std::string sha1Hash(const std::uint8_t* bytes, std::size_t length) {
 std::string sha1Hash(const ZRVData& data) { return sha1Hash(data.data(), data.size()); }
 
 std::string sha1Hash(const std::filesystem::path& file) {
-  // Streamed rather than read whole: the digest is the same and large game files need no memory.
-  std::unique_ptr<std::FILE, FileCloser> handle(std::fopen(file.c_str(), "rb"));
-  if (!handle) return "";
-  DigestContext context = startSHA1();
-  // Left uninitialised: an update checks tens of thousands of tiny files, and clearing a megabyte for each
-  // cost more than reading and hashing them.
-  constexpr std::size_t kChunk = 1 << 20;
-  auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(kChunk);
-  for (;;) {
-    std::size_t count = std::fread(buffer.get(), 1, kChunk, handle.get());
-    if (count > 0) EVP_DigestUpdate(context.get(), buffer.get(), count);
-    if (count < kChunk) {
-      if (std::ferror(handle.get())) return "";  // a folder, or a read error
-      break;
-    }
-  }
-  return finishSHA1(context.get());
+  // Streamed rather than read whole: the digest is the same and large game files need no memory. No stdio
+  // stream: an update checks tens of thousands of tiny files, and the stream's own buffer and bookkeeping cost
+  // more than reading them.
+  const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return "";
+  std::string digest = sha1OfReads([descriptor](std::uint8_t* buffer, std::size_t size) {
+    return ::read(descriptor, buffer, size);
+  });
+  ::close(descriptor);
+  return digest;
 }
 
 std::string sha1HashOfDescriptor(int fd) {
-  DigestContext context = startSHA1();
-  std::vector<std::uint8_t> buffer(1 << 20);
-  for (off_t offset = 0;;) {
-    ssize_t count = ::pread(fd, buffer.data(), buffer.size(), offset);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return "";
-    if (count == 0) break;
-    EVP_DigestUpdate(context.get(), buffer.data(), static_cast<std::size_t>(count));
-    offset += count;
-  }
-  return finishSHA1(context.get());
+  off_t offset = 0;
+  return sha1OfReads([fd, &offset](std::uint8_t* buffer, std::size_t size) {
+    ssize_t count = ::pread(fd, buffer, size, offset);
+    if (count > 0) offset += count;
+    return count;
+  });
 }
 
 std::size_t utf16Length(std::string_view utf8) {

@@ -1,7 +1,10 @@
 #include <ZRVKit/ZRVLog.h>
 
+#include <sys/stat.h>
 #include <syslog.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 
@@ -22,6 +25,26 @@ bool& echoToStandardError() {
   return echo;
 }
 
+// Whether the system log's socket is there. Once found it is trusted (the C library reconnects to a daemon
+// that restarted); while it is missing it is looked for again at most every 100 ms, so a daemon that starts
+// while the library runs gets its lines from then on, and a machine without one costs a clock read a line.
+bool logSocketExists() {
+  using Clock = std::chrono::steady_clock;
+  static std::atomic<bool> found{false};
+  static std::atomic<Clock::rep> nextLook{0};
+  if (found.load(std::memory_order_relaxed)) return true;
+  const Clock::rep now = Clock::now().time_since_epoch().count();
+  if (now < nextLook.load(std::memory_order_relaxed)) return false;
+  struct stat info {};
+  if (::stat(_PATH_LOG, &info) == 0) {
+    found.store(true, std::memory_order_relaxed);
+    return true;
+  }
+  nextLook.store(now + std::chrono::duration_cast<Clock::duration>(std::chrono::milliseconds(100)).count(),
+                 std::memory_order_relaxed);
+  return false;
+}
+
 }  // namespace
 
 void ZRVLog::write(std::string_view line) {
@@ -38,6 +61,9 @@ void ZRVLog::write(std::string_view line) {
     sink(text);
     return;
   }
+  // Without a log daemon's socket the C library makes, fails to connect and closes a socket for every line,
+  // and the line is lost; the line is lost all the same without those calls.
+  if (!logSocketExists()) return;
   // No openlog: the identity in the system log belongs to the host application, which a library must not
   // rename. The facility travels with each line instead.
   syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());

@@ -103,6 +103,7 @@ struct ZRVOperationQueue::Pool {
   std::size_t blocked = 0;  // running, in a known wait
   std::size_t stuck = 0;    // running, asleep in a wait the queue cannot see
   bool monitorStarted = false;
+  bool monitorResting = false;  // in its long wait: nothing queued waits for a thread
   bool shuttingDown = false;
 
   /// The worker record of the calling thread, if it is one of this pool's threads.
@@ -269,7 +270,9 @@ void ZRVOperationQueue::enqueueReady(std::shared_ptr<ZRVOperation> operation) {
       pool_->monitorStarted = true;
       std::thread([this] { monitorLoop(); }).detach();
     }
-    pool_->monitorWake.notify_one();
+    // Only a resting monitor needs the news; one already looking keeps its own interval, or every item
+    // queued would make it read the threads' state again.
+    if (pool_->monitorResting && pool_->idle == 0) pool_->monitorWake.notify_one();
   }
 }
 
@@ -360,10 +363,12 @@ void ZRVOperationQueue::monitorLoop() {
   while (!pool.shuttingDown) {
     if (pool.ready.empty() || pool.idle > 0) {
       forgetStuckWorkersLocked();
+      pool.monitorResting = true;
       pool.monitorWake.wait_for(lock, std::chrono::seconds(1));
+      pool.monitorResting = false;
       continue;
     }
-    pool.monitorWake.wait_for(lock, kMonitorInterval);
+    pool.monitorWake.wait_for(lock, kMonitorInterval, [&] { return pool.shuttingDown; });
     if (pool.shuttingDown || pool.ready.empty() || pool.idle > 0) continue;
     findStuckWorkersLocked(std::chrono::steady_clock::now());
     while (mayStartAnotherLocked()) spawnWorkersLocked(1);

@@ -45,7 +45,11 @@ class FileEnding {
 
 FileCallbacks callbacksEndingIn(const std::shared_ptr<UpdateRun>& run, const std::shared_ptr<FileEnding>& ending) {
   FileCallbacks callbacks;
-  callbacks.status = [run](const std::string& text) { run->reportStatus(text); };
+  // A file reports a status only on its way to being patched or downloaded; one that is up to date only completes.
+  callbacks.status = [run](const std::string& text) {
+    run->noteChangingInstall();
+    run->reportStatus(text);
+  };
   callbacks.completion = [run, ending](bool, const std::string& text) {
     run->reportStatus(text);
     ending->reported();
@@ -78,10 +82,19 @@ FileItem makeFileItem(const std::shared_ptr<UpdateRun>& run, std::uintmax_t byte
   return item;
 }
 
+// An item may end before the next is made, or before `final` is queued: a dependency that has already ended
+// counts as met, and `final` becomes ready only once it is queued, so it cannot run before the last item.
+void FileItemStarter::start(const FileItem& item) {
+  final_->addDependency(item.operation);
+  run_.gate().enter(item.bytes, item.admit);
+}
+
+void FileItemStarter::finish() { ZRVOperationQueue::workQueue().addOperation(final_); }
+
 void startFileItems(UpdateRun& run, const std::vector<FileItem>& items, const std::shared_ptr<ZRVOperation>& final) {
-  for (const FileItem& item : items) final->addDependency(item.operation);
-  ZRVOperationQueue::workQueue().addOperation(final);  // holds no thread until every file's item has ended
-  for (const FileItem& item : items) run.gate().enter(item.bytes, item.admit);
+  FileItemStarter starter(run, final);
+  for (const FileItem& item : items) starter.start(item);
+  starter.finish();
 }
 
 }  // namespace zrv::update

@@ -45,6 +45,24 @@ struct FileItem {
 /// whose failure the run records (the first error wins).
 FileItem makeFileItem(const std::shared_ptr<UpdateRun>& run, std::uintmax_t bytes, FileWork work);
 
+/// Starts a run's items as they are made, so the first files are worked on while later ones are still being
+/// listed: each goes through the run's gate in the order given, and `final` runs once every item has ended.
+class FileItemStarter {
+ public:
+  FileItemStarter(UpdateRun& run, std::shared_ptr<ZRVOperation> final) : run_(run), final_(std::move(final)) {}
+  FileItemStarter(const FileItemStarter&) = delete;
+  FileItemStarter& operator=(const FileItemStarter&) = delete;
+
+  /// `final` waits for the item, which then goes to the gate.
+  void start(const FileItem& item);
+  /// There are no more items: `final` is queued, and holds no thread until every item has ended.
+  void finish();
+
+ private:
+  UpdateRun& run_;
+  const std::shared_ptr<ZRVOperation> final_;
+};
+
 /// Queues `final` once every item has ended, then lets the items through the run's gate in their order.
 void startFileItems(UpdateRun& run, const std::vector<FileItem>& items, const std::shared_ptr<ZRVOperation>& final);
 

@@ -1,5 +1,6 @@
 #include "update/InstallCleanup.h"
 
+#include "update/FolderListing.h"
 #include "update/InstallFolder.h"
 
 #include <dirent.h>
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -23,20 +25,28 @@ namespace {
 // Deeper than any game's folders; a tree deeper than this is left alone rather than walked without end.
 constexpr int kMaxDepth = 64;
 
+struct Entry {
+  std::string name;
+  unsigned char type;  // DT_REG, DT_DIR, ... as the listing gives it; DT_UNKNOWN where the file system does not
+};
+
+// Every name the library leaves behind starts with a dot (the framework archive is looked for by name), so
+// a name without one is never a leftover: only whether it is a folder to walk into matters, and the listing
+// says so without a look at each file (a game's install holds tens of thousands of them).
+bool mayBeLeftover(std::string_view name) { return name[0] == '.'; }
+
+// The entries the walk has to consider: possible leftovers and folders (and what the listing cannot type).
+std::vector<Entry> entriesToConsider(int folder) {
+  std::vector<Entry> entries;
+  listFolder(folder, [&](std::string_view name, unsigned char type) {
+    if (mayBeLeftover(name) || type == DT_DIR || type == DT_UNKNOWN) entries.push_back({std::string(name), type});
+  });
+  return entries;
+}
+
 std::vector<std::string> namesIn(int folder) {
   std::vector<std::string> names;
-  int copy = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (copy < 0) return names;
-  DIR* listing = ::fdopendir(copy);
-  if (!listing) {
-    ::close(copy);
-    return names;
-  }
-  while (dirent* entry = ::readdir(listing)) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(std::move(name));
-  }
-  ::closedir(listing);
+  listFolder(folder, [&](std::string_view name, unsigned char) { names.emplace_back(name); });
   return names;
 }
 
@@ -80,17 +90,24 @@ bool isAbandonedAtomicWrite(const std::string& name, const struct stat& info, co
 std::size_t clearBelow(int folder, int depth, bool atTop) {
   if (depth > kMaxDepth) return 0;
   std::size_t removed = 0;
-  std::vector<std::string> names = namesIn(folder);
-  std::set<std::string> siblings(names.begin(), names.end());
-  for (const std::string& name : names) {
-    struct stat info {};
-    if (::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    bool isFolder = S_ISDIR(info.st_mode);
-    bool leftover = isAbandonedPartial(name) || (isFolder && name == ".tmp") ||
-                    (S_ISREG(info.st_mode) && isAbandonedAtomicWrite(name, info, siblings));
-    if (leftover) {
-      if (removeTreeIn(folder, name)) ++removed;
-      continue;
+  std::optional<std::set<std::string>> siblings;  // made on first need: most folders hold no candidate
+  for (const Entry& entry : entriesToConsider(folder)) {
+    const std::string& name = entry.name;
+    bool isFolder = entry.type == DT_DIR;
+    if (mayBeLeftover(name) || entry.type == DT_UNKNOWN) {
+      struct stat info {};
+      if (::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
+      isFolder = S_ISDIR(info.st_mode);
+      if (!siblings && S_ISREG(info.st_mode) && mayBeLeftover(name)) {
+        const std::vector<std::string> names = namesIn(folder);
+        siblings.emplace(names.begin(), names.end());
+      }
+      bool leftover = isAbandonedPartial(name) || (isFolder && name == ".tmp") ||
+                      (S_ISREG(info.st_mode) && mayBeLeftover(name) && isAbandonedAtomicWrite(name, info, *siblings));
+      if (leftover) {
+        if (removeTreeIn(folder, name)) ++removed;
+        continue;
+      }
     }
     if (!isFolder) continue;
     int below = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);

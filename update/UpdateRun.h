@@ -74,6 +74,11 @@ class UpdateRun {
   /// A failure that ends the run before its files (the framework step).
   void reportFailure(const ZRVError& error) const;
 
+  /// Something of the run went beyond checking digests: a file is patched or downloaded, or the framework
+  /// fetched. Only such a run can have made temporary folders that its end has to clear.
+  void noteChangingInstall() { changesInstall_.store(true); }
+  bool changesInstall() const { return changesInstall_.load(); }
+
   /// Bounds the files worked on at once; made for the run, shared by its file items.
   FileGate& gate() const { return *gate_; }
 
@@ -89,6 +94,7 @@ class UpdateRun {
   std::atomic<bool> updateSuccessful_{true};
   std::atomic<double> baseProgress_{0};
   std::atomic<double> progress_{0};
+  std::atomic<bool> changesInstall_{false};
   const std::shared_ptr<FileGate> gate_;
 };
 

@@ -226,14 +226,20 @@ void ZRVManagedFile::update(const std::vector<ZRVURL>& mirrors, const ZRVJSON& p
                             CompletionCallback completion, FailureCallback failure, std::function<void()> settledSilently) {
   (void)failure;  // part of the interface; a file's problems never reach it
   fs::path file = location();
+  // Opened once, to learn whether the file is there and to read it: checking every file of an install is
+  // mostly this. Only a failure other than "not there" asks again the way it always did.
+  zrv::update::Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  const bool missing = !opened && (errno == ENOENT || errno == ENOTDIR);
   std::error_code error;
-  if (!fs::exists(file, error)) {
+  if (missing || (!opened && !fs::exists(file, error))) {
     ZRVLog::format("%@ not found. Downloading Fresh", name());
     freshDownload(mirrors, "MANAGED_FILE_FRESH_DOWNLOAD", std::move(status), std::move(completion),
                   std::move(settledSilently));
     return;
   }
-  if (sha1Hash() == ZRVExtensions::sha1Hash(file)) {
+  const std::string current = opened ? ZRVExtensions::sha1HashOfDescriptor(opened.get()) : ZRVExtensions::sha1Hash(file);
+  opened.reset();
+  if (sha1Hash() == current) {
     ZRVLog::format("%@ Is up to date", name());
     if (completion) completion(true, text("MANAGED_FILE_ALREADY_UP_TO_DATE"));
     return;

@@ -64,12 +64,11 @@ struct FrameworkStaging {
 }  // namespace zrv::update
 
 using zrv::update::FileCallbacks;
-using zrv::update::FileItem;
+using zrv::update::FileItemStarter;
 using zrv::update::FileWork;
 using zrv::update::FrameworkStaging;
 using zrv::update::UpdateRun;
 using zrv::update::makeFileItem;
-using zrv::update::startFileItems;
 
 namespace {
 
@@ -137,27 +136,33 @@ struct ListedFile {
   const ZRVJSON* entry;
 };
 
-// Every file of the platform counts one step of progress while the list is built, before any file is worked
-// on, even one that cannot be updated; so every later status report carries the final value.
-std::vector<ListedFile> listGameFiles(UpdateRun& run, const ZRVJSON& manifest, const std::string& platform) {
+// Every file of the platform counts one step of progress before any file is worked on, even one that cannot
+// be updated; so every later status report carries the final value.
+void countPlatformFiles(UpdateRun& run, const ZRVJSON& manifest, const std::string& platform) {
+  for (const auto& [name, entry] : manifest.items()) {
+    if (entry.is_object() && listsPlatform(entry, platform)) run.countStep();
+  }
+}
+
+// Hands each game file of the platform to `found` as soon as it is made, in the manifest's order.
+template <class Found>
+void listGameFiles(const UpdateRun& run, const ZRVJSON& manifest, const std::string& platform, Found found) {
   const fs::path installBase = run.location();
-  std::vector<ListedFile> files;
+  zrv::update::InstallBoundary boundary(installBase);
   for (const auto& [name, entry] : manifest.items()) {
     if (!entry.is_object() || !listsPlatform(entry, platform)) continue;
-    run.countStep();
     auto hash = textMember(entry, "hash");
     auto compHash = textMember(entry, "compHash");
     auto download = textMember(entry, "dl");
     if (!hash || !compHash || !download) continue;
-    if (!zrv::update::namesAFile(name) || !zrv::update::resolvesInside(installBase, installBase / name)) {
+    if (!zrv::update::namesAFile(name) || !boundary.resolvesInside(name)) {
       ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
       continue;
     }
     if (auto file = ZRVManagedFile::initWithFilename(name, installBase, *hash, *compHash, *download)) {
-      files.push_back({std::move(file), &entry});
+      found(ListedFile{std::move(file), &entry});
     }
   }
-  return files;
 }
 
 // Updates one managed file from the run's mirrors. The patches live in the shared manifest, which the work
@@ -279,6 +284,7 @@ void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, Up
 }
 
 void ZRVPatcher::_downloadRequiredFramework(const Run& run) {
+  run->noteChangingInstall();
   run->setBaseProgress(kBaseProgressWithFramework);
   const std::string status = localized("DOWNLOADING_REQUIRED_FRAMEWORKS");
   run->reportStatus(status);
@@ -377,17 +383,18 @@ void ZRVPatcher::_downloadManifestCompleted(std::function<void(std::optional<ZRV
 // final item depends on every file's item); it does give its place to the next file.
 void ZRVPatcher::_patchGameFilesIfNecessary(const Run& run) {
   const std::shared_ptr<const ZRVJSON> manifest = run->manifest();
-  std::vector<ListedFile> files = listGameFiles(*run, *manifest, platform_);
+  countPlatformFiles(*run, *manifest, platform_);
   run->clearOutcome();
 
-  std::vector<FileItem> items;
-  for (ListedFile& listed : files) {
+  // Each file starts as soon as it is listed: checking the first files overlaps listing the rest.
+  FileItemStarter starter(*run, ZRVOperation::operationWithBlock([this, run] { _patchingComplete(*run); }));
+  listGameFiles(*run, *manifest, platform_, [&](ListedFile listed) {
     auto patches = listed.entry->find("patches");
-    if (patches == listed.entry->end()) continue;  // never updated, never reported: its item would end at once
+    if (patches == listed.entry->end()) return;  // never updated, never reported: its item would end at once
     const std::uintmax_t bytes = bytesHeldWhileUpdating(*listed.file);
-    items.push_back(makeFileItem(run, bytes, managedFileWork(run, std::move(listed.file), manifest, &*patches)));
-  }
-  startFileItems(*run, items, ZRVOperation::operationWithBlock([this, run] { _patchingComplete(*run); }));
+    starter.start(makeFileItem(run, bytes, managedFileWork(run, std::move(listed.file), manifest, &*patches)));
+  });
+  starter.finish();
 }
 
 void ZRVPatcher::_patchingComplete(const UpdateRun& run) {
@@ -407,7 +414,9 @@ void ZRVPatcher::_patchingComplete(const UpdateRun& run) {
     if (!failure.hasUnderlyingPOSIX(ENOENT)) ZRV_LOG_METHOD_ERROR(kClassName, "_patchingComplete", failure.localizedDescription());
   }
   // The patch step's temporary folders beside files in sub-folders go too: nothing of the run stays behind.
-  zrv::update::clearLeftovers(installBase);
+  // A run that only checked digests made none, and its start cleared what earlier runs had left, so its
+  // install is not walked a second time.
+  if (run.changesInstall()) zrv::update::clearLeftovers(installBase);
 
   run.reportOutcome();
 }
