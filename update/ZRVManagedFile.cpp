@@ -168,6 +168,14 @@ struct MirrorRetry : std::enable_shared_from_this<MirrorRetry> {
   }
 };
 
+// Whether a download's completion gets the SHA-1s of the compressed bytes and of the file. A fresh file's
+// retry procedure never looks at them, and for a large game they cost a read of every byte twice over.
+enum class DownloadHashes { computed, skipped };
+
+void fetchDecompressed(const std::shared_ptr<ZRVManagedFile>& managed, const ZRVURL& url,
+                       ZRVManagedFile::FileDownloadCompletion completion, ZRVManagedFile::FailureCallback failure,
+                       DownloadHashes hashes);
+
 }  // namespace
 
 std::shared_ptr<ZRVManagedFile> ZRVManagedFile::initWithFilename(const std::string& name, const fs::path& installBase,
@@ -383,8 +391,8 @@ void ZRVManagedFile::downloadFreshFile(const std::vector<ZRVURL>& mirrors, Downl
       return;
     }
     ZRVLog::format("Downloading... %@", url->absoluteString());
-    self->downloadFile(
-        *url,
+    fetchDecompressed(
+        self, *url,
         [procedure, completion](bool success, const fs::path&, const std::string&, const std::string&) {
           if (success) {
             if (completion) completion(true);
@@ -392,7 +400,7 @@ void ZRVManagedFile::downloadFreshFile(const std::vector<ZRVURL>& mirrors, Downl
             procedure->scheduleNext();
           }
         },
-        [procedure](const ZRVError&) { procedure->scheduleNext(); });
+        [procedure](const ZRVError&) { procedure->scheduleNext(); }, DownloadHashes::skipped);
   };
   retry->scheduleNext();
 }
@@ -438,16 +446,25 @@ void ZRVManagedFile::downloadPatch(const ZRVJSON& patch, const std::vector<ZRVUR
 }
 
 void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion completion, FailureCallback failure) {
+  fetchDecompressed(shared_from_this(), url, std::move(completion), std::move(failure), DownloadHashes::computed);
+}
+
+namespace {
+
+void fetchDecompressed(const std::shared_ptr<ZRVManagedFile>& managed, const ZRVURL& url,
+                       ZRVManagedFile::FileDownloadCompletion completion, ZRVManagedFile::FailureCallback failure,
+                       DownloadHashes hashes) {
   ZRVHTTPRequest request = ZRVHTTPRequest::GET(url);
-  request.maxBodySize = kMaxDownloadSize;
+  request.maxBodySize = ZRVManagedFile::kMaxDownloadSize;
   // The compressed file goes to a temporary file beside the game file as it arrives, not into memory.
   std::shared_ptr<BodyFile> bodyFile =
-      BodyFile::create(installBase(), fs::path(name()).parent_path(), location().filename().string());
+      BodyFile::create(managed->installBase(), fs::path(managed->name()).parent_path(),
+                       managed->location().filename().string());
   if (bodyFile) request.bodyDescriptor = bodyFile->fd();
   ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
       std::move(request), ZRVOperationQueue::workQueue(),
-      [self = shared_from_this(), bodyFile, completion = std::move(completion),
-       failure = std::move(failure)](ZRVHTTPResult result) mutable {
+      [self = managed, bodyFile, completion = std::move(completion), failure = std::move(failure),
+       hashes](ZRVHTTPResult result) mutable {
         if (!result.body) {
           if (failure) failure(result.error ? *result.error : noDataError());
           return;
@@ -479,8 +496,15 @@ void ZRVManagedFile::downloadFile(const ZRVURL& url, FileDownloadCompletion comp
           if (failure) failure(renameFailure);
           return;
         }
+        if (hashes == DownloadHashes::skipped) {
+          bodyFile.reset();
+          if (completion) completion(true, file, std::string(), std::string());
+          return;
+        }
         const std::string compressedHash = downloaded.sha1(bodyFile);
         bodyFile.reset();
         if (completion) completion(true, file, compressedHash, ZRVExtensions::sha1Hash(file));
       });
 }
+
+}  // namespace
