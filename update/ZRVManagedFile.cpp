@@ -463,9 +463,12 @@ void fetchDecompressed(const std::shared_ptr<ZRVManagedFile>& managed, const ZRV
   if (bodyFile) request.bodyDescriptor = bodyFile->fd();
   ZRVHTTPClient::sharedClient().sendAsynchronousRequest(
       std::move(request), ZRVOperationQueue::workQueue(),
-      [self = managed, bodyFile, completion = std::move(completion), failure = std::move(failure),
-       hashes](ZRVHTTPResult result) mutable {
+      // The body file moves into the completion, which alone holds it: it is gone by the time the file reports,
+      // even when the answer arrives before this call returns, so a run that ends leaves none behind.
+      [self = managed, bodyFile = std::move(bodyFile), completion = std::move(completion),
+       failure = std::move(failure), hashes](ZRVHTTPResult result) mutable {
         if (!result.body) {
+          bodyFile.reset();
           if (failure) failure(result.error ? *result.error : noDataError());
           return;
         }
