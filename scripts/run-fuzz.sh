@@ -9,7 +9,7 @@ parser_seconds=${PARSER_FUZZ_SECONDS:-3}
 cd "$(dirname "$0")/.."
 
 cmake --preset fuzz >/dev/null
-parsers=(manifest_fuzzer mirror_list_fuzzer login_answer_fuzzer invasion_feed_fuzzer status_answer_fuzzer url_fuzzer
+parsers=(plain_json_fuzzer manifest_fuzzer mirror_list_fuzzer login_answer_fuzzer invasion_feed_fuzzer status_answer_fuzzer url_fuzzer
          form_encoder_fuzzer saved_login_file_fuzzer settings_fuzzer string_table_fuzzer)
 cmake --build --preset fuzz -j2 --target patch_fuzzer bzip2_to_file_fuzzer bzip2_block_fuzzer bzip2_stream_fuzzer unzip_fuzzer \
   "${parsers[@]}" \
@@ -37,6 +37,7 @@ fuzz bzip2_block_fuzzer bzip2
 fuzz bzip2_stream_fuzzer bzip2
 fuzz unzip_fuzzer zip -max_len=8192
 fuzz launcher_manifest_fuzzer manifest -max_len=4096
+fuzz plain_json_fuzzer manifest -dict=fuzz/json.dict -max_len=4096
 FUZZ_TIME=$parser_seconds fuzz manifest_fuzzer manifest -dict=fuzz/json.dict
 FUZZ_TIME=$parser_seconds fuzz mirror_list_fuzzer mirrors -dict=fuzz/json.dict
 FUZZ_TIME=$parser_seconds fuzz login_answer_fuzzer login -dict=fuzz/json.dict

@@ -1,6 +1,8 @@
 #include <ZRVKit/ZRVBoundedJSON.h>
 
+#include "foundation/PlainJSONReader.h"
 #include "support/NestedJSON.h"
+#include "support/SameJSON.h"
 
 #include <gtest/gtest.h>
 
@@ -42,4 +44,47 @@ TEST(BoundedJSON, ADocumentAtTheLimitCanBeCopiedPrintedAndDestroyed) {
   ZRVJSON copy = *reading.document;
   EXPECT_EQ(copy.dump().size(), ZRVJSONLimits::kDefaultMaxDepth * 6u + 4);
   EXPECT_EQ(copy, *reading.document);
+}
+
+// The quick reader takes plain documents on itself and must build exactly what nlohmann's reader builds; it
+// must give up on everything else, whether nlohmann's reader takes it (then that reader's document counts) or not.
+TEST(BoundedJSON, TheQuickReaderBuildsWhatNlohmannBuildsOrGivesUp) {
+  const struct {
+    std::string text;
+    bool plain;
+  } cases[] = {
+      {R"({"b": 1, "a": [true, false, null, -0, 0, 123456789012345678, -7], "a": {}, "c": []})", true},
+      {"{\"s\": \"q\\\" b\\\\ s\\/ \\b\\f\\n\\r\\t end\", \"e\": \"\"}", true},
+      {" \r\n\t[ ]\n", true},
+      {"\"top\"", true},
+      {"-12", true},
+      {nestedJSON(64, "[", "]"), true},
+      // JSON, but not plain: left to nlohmann's reader
+      {"1.5", false},
+      {"[1e3]", false},
+      {"1234567890123456789", false},
+      {R"(["\u00e9"])", false},
+      {"[\"\xc3\xa9\"]", false},
+      {"\xef\xbb\xbf{}", false},
+      {nestedJSON(65, "[", "]"), false},
+      // not JSON
+      {"[1,]", false},
+      {R"({"a" 1})", false},
+      {"[01]", false},
+      {"-", false},
+      {"[\"\x01\"]", false},
+      {"[tru]", false},
+      {"{} x", false},
+      {"", false},
+      {"[", false},
+      {"\"open", false},
+      {"[\"\\x\"]", false},
+  };
+  for (const auto& c : cases) {
+    std::optional<ZRVJSON> plain = zrv::readPlainJSON(c.text, ZRVJSONLimits::kDefaultMaxDepth);
+    ASSERT_EQ(plain.has_value(), c.plain) << c.text;
+    if (!plain) continue;
+    ZRVJSON reference = ZRVJSON::parse(c.text, nullptr, false);
+    EXPECT_TRUE(sameJSON(*plain, reference)) << c.text << " read as " << plain->dump();
+  }
 }
