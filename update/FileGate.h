@@ -79,6 +79,21 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
     return count_;
   }
 
+  /// True while no file waits and another would find a free place by count (its bytes may still hold it back).
+  bool hasFreePlace() const {
+    std::lock_guard lock(mutex_);
+    return waiting_.empty() && count_ < width_;
+  }
+
+  /// Called on the releasing thread, outside the gate's lock, each time a place is given back and the waiting
+  /// files that fit have started: a caller that makes its files only as they can go adds the next one here.
+  /// An empty function ends the calls; the gate holds `refill` (and what it holds) until then.
+  void setRefill(std::function<void()> refill) {
+    auto shared = refill ? std::make_shared<const std::function<void()>>(std::move(refill)) : nullptr;
+    std::lock_guard lock(mutex_);
+    refill_ = std::move(shared);
+  }
+
  private:
   struct Waiting {
     std::uintmax_t bytes;
@@ -90,6 +105,7 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
   /// Only a ticket gives a place back; starts the waiting files that now fit.
   void leave(std::uintmax_t bytes) {
     std::vector<Waiting> starting;
+    std::shared_ptr<const std::function<void()>> refill;  // shared, not copied: leaving allocates nothing
     {
       std::lock_guard lock(mutex_);
       --count_;
@@ -99,8 +115,10 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
         starting.push_back(std::move(waiting_.front()));
         waiting_.pop_front();
       }
+      refill = refill_;
     }
     for (auto& file : starting) file.start(Ticket(shared_from_this(), file.bytes));
+    if (refill) (*refill)();
   }
 
   bool fits(std::uintmax_t bytes) const {
@@ -117,6 +135,7 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
   std::size_t count_ = 0;
   std::uintmax_t bytesInFlight_ = 0;
   std::deque<Waiting> waiting_;
+  std::shared_ptr<const std::function<void()>> refill_;
 };
 
 }  // namespace zrv::update

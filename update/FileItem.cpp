@@ -84,17 +84,54 @@ FileItem makeFileItem(const std::shared_ptr<UpdateRun>& run, std::uintmax_t byte
 
 // An item may end before the next is made, or before `final` is queued: a dependency that has already ended
 // counts as met, and `final` becomes ready only once it is queued, so it cannot run before the last item.
-void FileItemStarter::start(const FileItem& item) {
-  final_->addDependency(item.operation);
-  run_.gate().enter(item.bytes, item.admit);
+void FileItemFeed::start(FileGate& gate, Next next, std::shared_ptr<ZRVOperation> final) {
+  std::shared_ptr<FileItemFeed> feed(new FileItemFeed(gate, std::move(next), std::move(final)));
+  gate.setRefill([feed] { feed->fill(); });
+  feed->fill();
 }
 
-void FileItemStarter::finish() { ZRVOperationQueue::workQueue().addOperation(final_); }
+void FileItemFeed::fill() {
+  {
+    std::lock_guard lock(mutex_);
+    if (ended_) return;
+    if (filling_) {
+      lookAgain_ = true;
+      return;
+    }
+    filling_ = true;
+  }
+  for (;;) {
+    bool more = true;
+    while (more && gate_.hasFreePlace()) more = addNext();
+    std::lock_guard lock(mutex_);
+    if (!more) ended_ = true;
+    if (!more || !lookAgain_) {
+      filling_ = false;
+      return;
+    }
+    lookAgain_ = false;
+  }
+}
+
+bool FileItemFeed::addNext() {
+  std::optional<FileItem> item = next_();
+  if (!item) {
+    gate_.setRefill(nullptr);  // lets go of the feed once the calls under way are done
+    ZRVOperationQueue::workQueue().addOperation(final_);
+    return false;
+  }
+  final_->addDependency(item->operation);
+  gate_.enter(item->bytes, item->admit);
+  return true;
+}
 
 void startFileItems(UpdateRun& run, const std::vector<FileItem>& items, const std::shared_ptr<ZRVOperation>& final) {
-  FileItemStarter starter(run, final);
-  for (const FileItem& item : items) starter.start(item);
-  starter.finish();
+  auto left = std::make_shared<std::vector<FileItem>>(items);
+  auto at = std::make_shared<std::size_t>(0);
+  FileItemFeed::start(run.gate(), [left, at]() -> std::optional<FileItem> {
+    if (*at == left->size()) return std::nullopt;
+    return (*left)[(*at)++];
+  }, final);
 }
 
 }  // namespace zrv::update

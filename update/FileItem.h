@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,22 +47,34 @@ struct FileItem {
 /// whose failure the run records (the first error wins).
 FileItem makeFileItem(const std::shared_ptr<UpdateRun>& run, std::uintmax_t bytes, FileWork work);
 
-/// Starts a run's items as they are made, so the first files are worked on while later ones are still being
-/// listed: each goes through the run's gate in the order given, and `final` runs once every item has ended.
-class FileItemStarter {
+/// Makes a run's items only as its gate has a free place for them, so that no more items (and managed files)
+/// exist at once than files in flight, however long the list: a file is listed on the thread that gave a
+/// place back, beside the work on the others. Items go through the gate in the order `next` makes them, and
+/// `final` runs once every item has ended. The gate holds the feed until `next` has no more; the feed only
+/// runs at its start and through the gate, so it can refer to the gate without holding it.
+class FileItemFeed {
  public:
-  FileItemStarter(UpdateRun& run, std::shared_ptr<ZRVOperation> final) : run_(run), final_(std::move(final)) {}
-  FileItemStarter(const FileItemStarter&) = delete;
-  FileItemStarter& operator=(const FileItemStarter&) = delete;
+  /// The next item, or none when the list is done. Called by one thread at a time; must not throw.
+  using Next = std::function<std::optional<FileItem>()>;
 
-  /// `final` waits for the item, which then goes to the gate.
-  void start(const FileItem& item);
-  /// There are no more items: `final` is queued, and holds no thread until every item has ended.
-  void finish();
+  /// Makes and starts the first items now, the others as places come free.
+  static void start(FileGate& gate, Next next, std::shared_ptr<ZRVOperation> final);
 
  private:
-  UpdateRun& run_;
+  FileItemFeed(FileGate& gate, Next next, std::shared_ptr<ZRVOperation> final)
+      : gate_(gate), next_(std::move(next)), final_(std::move(final)) {}
+  /// Adds items while the gate has a free place; a call while another adds makes that one look again.
+  void fill();
+  /// Adds one item, or ends the list: false when there are no more.
+  bool addNext();
+
+  FileGate& gate_;
+  Next next_;
   const std::shared_ptr<ZRVOperation> final_;
+  std::mutex mutex_;
+  bool filling_ = false;
+  bool lookAgain_ = false;
+  bool ended_ = false;
 };
 
 /// Queues `final` once every item has ended, then lets the items through the run's gate in their order.

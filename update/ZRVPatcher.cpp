@@ -64,7 +64,7 @@ struct FrameworkStaging {
 }  // namespace zrv::update
 
 using zrv::update::FileCallbacks;
-using zrv::update::FileItemStarter;
+using zrv::update::FileItemFeed;
 using zrv::update::FileWork;
 using zrv::update::FrameworkStaging;
 using zrv::update::UpdateRun;
@@ -144,26 +144,43 @@ void countPlatformFiles(UpdateRun& run, const ZRVJSON& manifest, const std::stri
   }
 }
 
-// Hands each game file of the platform to `found` as soon as it is made, in the manifest's order.
-template <class Found>
-void listGameFiles(const UpdateRun& run, const ZRVJSON& manifest, const std::string& platform, Found found) {
-  const fs::path installBase = run.location();
-  zrv::update::InstallBoundary boundary(installBase);
-  for (const auto& [name, entry] : manifest.items()) {
-    if (!entry.is_object() || !listsPlatform(entry, platform)) continue;
-    auto hash = textMember(entry, "hash");
-    auto compHash = textMember(entry, "compHash");
-    auto download = textMember(entry, "dl");
-    if (!hash || !compHash || !download) continue;
-    if (!zrv::update::namesAFile(name) || !boundary.resolvesInside(name)) {
-      ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
-      continue;
+// The platform's game files in the manifest's order, one at a time: each is made only when asked for.
+class GameFileList {
+ public:
+  GameFileList(const UpdateRun& run, std::shared_ptr<const ZRVJSON> manifest, std::string platform)
+      : manifest_(std::move(manifest)),
+        platform_(std::move(platform)),
+        installBase_(run.location()),
+        boundary_(installBase_),
+        at_(manifest_->begin()) {}
+
+  std::optional<ListedFile> next() {
+    while (at_ != manifest_->end()) {
+      const std::string& name = at_.key();
+      const ZRVJSON& entry = *at_++;
+      if (!entry.is_object() || !listsPlatform(entry, platform_)) continue;
+      auto hash = textMember(entry, "hash");
+      auto compHash = textMember(entry, "compHash");
+      auto download = textMember(entry, "dl");
+      if (!hash || !compHash || !download) continue;
+      if (!zrv::update::namesAFile(name) || !boundary_.resolvesInside(name)) {
+        ZRVLog::format("Skipping %@: it would lie outside the install folder.", name);
+        continue;
+      }
+      if (auto file = ZRVManagedFile::initWithFilename(name, installBase_, *hash, *compHash, *download)) {
+        return ListedFile{std::move(file), &entry};
+      }
     }
-    if (auto file = ZRVManagedFile::initWithFilename(name, installBase, *hash, *compHash, *download)) {
-      found(ListedFile{std::move(file), &entry});
-    }
+    return std::nullopt;
   }
-}
+
+ private:
+  const std::shared_ptr<const ZRVJSON> manifest_;  // the entries handed out point into it
+  const std::string platform_;
+  const fs::path installBase_;
+  zrv::update::InstallBoundary boundary_;
+  ZRVJSON::const_iterator at_;
+};
 
 // Updates one managed file from the run's mirrors. The patches live in the shared manifest, which the work
 // keeps alive; nothing is copied.
@@ -386,15 +403,27 @@ void ZRVPatcher::_patchGameFilesIfNecessary(const Run& run) {
   countPlatformFiles(*run, *manifest, platform_);
   run->clearOutcome();
 
-  // Each file starts as soon as it is listed: checking the first files overlaps listing the rest.
-  FileItemStarter starter(*run, ZRVOperation::operationWithBlock([this, run] { _patchingComplete(*run); }));
-  listGameFiles(*run, *manifest, platform_, [&](ListedFile listed) {
-    auto patches = listed.entry->find("patches");
-    if (patches == listed.entry->end()) return;  // never updated, never reported: its item would end at once
-    const std::uintmax_t bytes = bytesHeldWhileUpdating(*listed.file);
-    starter.start(makeFileItem(run, bytes, managedFileWork(run, std::move(listed.file), manifest, &*patches)));
-  });
-  starter.finish();
+  // Files are listed as the run's gate has room for them, so the list costs no memory per file and is made
+  // beside the work on the first files.
+  auto list = std::make_shared<GameFileList>(*run, manifest, platform_);
+  auto next = [run, list, manifest]() -> std::optional<zrv::update::FileItem> {
+    try {
+      while (auto listed = list->next()) {
+        auto patches = listed->entry->find("patches");
+        if (patches == listed->entry->end()) continue;  // never updated, never reported: its item would end at once
+        const std::uintmax_t bytes = bytesHeldWhileUpdating(*listed->file);
+        return makeFileItem(run, bytes, managedFileWork(run, std::move(listed->file), manifest, &*patches));
+      }
+    } catch (const std::exception& exception) {
+      // Out of memory while listing: the files not listed yet are left as they are, and the run says it
+      // failed rather than that everything is up to date.
+      run->recordFileFailure(ZRVError::library(kClassName, 1, exception.what()));
+      ZRV_LOG_METHOD_ERROR(kClassName, "_patchGameFilesIfNecessary", exception.what());
+    }
+    return std::nullopt;
+  };
+  FileItemFeed::start(run->gate(), std::move(next),
+                      ZRVOperation::operationWithBlock([this, run] { _patchingComplete(*run); }));
 }
 
 void ZRVPatcher::_patchingComplete(const UpdateRun& run) {

@@ -120,3 +120,29 @@ TEST(UpdateRun, TheFirstFailureIsTheOneReported) {
     EXPECT_FALSE(observed.run->updateSuccessful());
   }
 }
+
+TEST(UpdateRun, FilesAreListedOnlyAsTheGateHasRoomForThem) {
+  // However long the list, no more items exist at once than files in flight: a long manifest costs no memory
+  // per file. The work counts its item as gone when it starts, while the item still holds its place.
+  ObservedRun observed;
+  const int files = 20 * static_cast<int>(ZRVPatcher::kFilesInFlight);
+  std::atomic<int> made{0}, alive{0}, mostAlive{0};
+  auto work = [&](const FileCallbacks& callbacks) {
+    --alive;
+    callbacks.completion(true, "done");
+  };
+  zrv::update::FileItemFeed::start(
+      observed.run->gate(),
+      [&]() -> std::optional<FileItem> {
+        if (made == files) return std::nullopt;
+        ++made;
+        mostAlive = std::max(mostAlive.load(), ++alive);
+        return zrv::update::makeFileItem(observed.run, 0, work);
+      },
+      ZRVOperation::operationWithBlock([run = observed.run] { run->reportOutcome(); }));
+  ASSERT_TRUE(eventually([&] { return observed.outcomes() > 0; }));
+  EXPECT_EQ(made.load(), files);
+  EXPECT_EQ(observed.reports.load(), files);
+  EXPECT_EQ(observed.completions.load(), 1);
+  EXPECT_LE(mostAlive.load(), static_cast<int>(ZRVPatcher::kFilesInFlight));
+}
