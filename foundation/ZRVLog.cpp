@@ -25,6 +25,12 @@ bool& echoToStandardError() {
   return echo;
 }
 
+// A sink or the echo is set: read without the lock, for the check every line makes before it is formatted.
+std::atomic<bool>& sinkOrEcho() {
+  static std::atomic<bool> set{false};
+  return set;
+}
+
 // Whether the system log's socket is there. Once found it is trusted (the C library reconnects to a daemon
 // that restarted); while it is missing it is looked for again at most every 100 ms, so a daemon that starts
 // while the library runs gets its lines from then on, and a machine without one costs a clock read a line.
@@ -46,6 +52,8 @@ bool logSocketExists() {
 }
 
 }  // namespace
+
+bool ZRVLog::isRecording() { return sinkOrEcho().load(std::memory_order_relaxed) || logSocketExists(); }
 
 void ZRVLog::write(std::string_view line) {
   std::string text(line);
@@ -78,10 +86,12 @@ ZRVLog::Sink ZRVLog::setSink(Sink sink) {
   std::lock_guard lock(sinkMutex());
   Sink previous = std::move(installedSink());
   installedSink() = std::move(sink);
+  sinkOrEcho() = installedSink() || echoToStandardError();
   return previous;
 }
 
 void ZRVLog::setEchoToStandardError(bool echo) {
   std::lock_guard lock(sinkMutex());
   echoToStandardError() = echo;
+  sinkOrEcho() = installedSink() || echo;
 }

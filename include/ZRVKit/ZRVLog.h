@@ -18,8 +18,12 @@ class ZRVKIT_EXPORT ZRVLog {
   /// Formats with ZRVFormat and writes the result.
   template <class... Arguments>
   static void format(std::string_view format, const Arguments&... arguments) {
-    write(ZRVFormat(format, arguments...));
+    if (isRecording()) write(ZRVFormat(format, arguments...));
   }
+
+  /// Whether a line written now goes anywhere: to a sink, to standard error, or to a system log that is
+  /// there. Lines nobody records are not even formatted.
+  static bool isRecording();
 
   /// "-[<class> <operation>]+<line>: error <description>." — the form of failures that are only logged.
   static void methodError(std::string_view className, std::string_view operation, int line,
