@@ -4,7 +4,15 @@
 #include "support/ShellCommand.h"
 #include "support/TemporaryDirectory.h"
 
+#include <ZRVKit/ZRVJSON.h>
+
 #include <gtest/gtest.h>
+#include <httplib.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 
 namespace {
@@ -106,4 +114,62 @@ TEST_F(ZrvCommand, UnzipTakesThePasswordFromStandardInput) {
   EXPECT_EQ(right.status, 0) << right.output;
   EXPECT_EQ(readFile(home / "out" / "locked.txt"), "behind a password");
   EXPECT_EQ(zrv("unzip locked.zip out --password-stdin --password s3cret").status, 2);
+}
+
+namespace {
+
+// `zrv serve` on a free loopback port, a child of the test, stopped by its PID.
+struct ServedZrv {
+  pid_t pid = -1;
+  int port = 0;
+  FILE* printed = nullptr;  // kept open while it serves, so that what it prints goes somewhere
+  ServedZrv() {
+    int out[2];
+    if (::pipe(out) != 0 || (pid = ::fork()) < 0) return;
+    if (pid == 0) {
+      ::dup2(out[1], STDOUT_FILENO);
+      ::execl(ZRV_TOOL_PATH, "zrv", "serve", "--port", "0", static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    ::close(out[1]);
+    printed = ::fdopen(out[0], "r");
+    if (std::fscanf(printed, "Serving on http://127.0.0.1:%d", &port) != 1) port = 0;
+  }
+  ~ServedZrv() {
+    if (pid > 0 && ::kill(pid, SIGTERM) == 0) ::waitpid(pid, nullptr, 0);
+    if (printed) std::fclose(printed);
+  }
+};
+
+}  // namespace
+
+TEST(ZrvServe, TheLoginServiceChecksTheTwoFactorCodeAndQueuesForTheSetNumberOfTurns) {
+  ServedZrv served;
+  ASSERT_GT(served.port, 0);
+  httplib::Client client("127.0.0.1", served.port);
+  // Each step's "success", following "partial" with the code and "delayed" with the queue token.
+  const struct {
+    const char *account, *password, *code, *steps;
+  } cases[] = {
+      {"player", "quillmoor", "", "true"},
+      {"player", "guessed", "", "false"},
+      {"twofactor", "quillmoor", "123457", "partial false"},
+      {"twofactor", "quillmoor", "123456", "partial true"},
+      {"queued", "quillmoor", "", "delayed delayed delayed true"},
+      {"demo", "quillmoor", "123456", "partial delayed delayed true"},
+  };
+  for (const auto& c : cases) {
+    std::string form = std::string("username=") + c.account + "&password=" + c.password, steps;
+    for (int step = 0; step < 10 && !form.empty(); ++step) {
+      auto answer = client.Post("/api/login", form, "application/x-www-form-urlencoded");
+      ASSERT_TRUE(answer && answer->status == 200) << c.account;
+      ZRVJSON document = ZRVJSON::parse(answer->body);
+      std::string success = document.value("success", "");
+      steps += (steps.empty() ? "" : " ") + success;
+      form = success == "delayed" ? "queueToken=" + document.value("queueToken", "") : "";
+      const std::string token = document.value("responseToken", "");
+      if (success == "partial") form = std::string("appToken=") + c.code + "&authToken=" + token;
+    }
+    EXPECT_EQ(steps, c.steps) << c.account << " " << c.code;
+  }
 }
