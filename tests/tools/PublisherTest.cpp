@@ -39,14 +39,8 @@ std::string noise(std::uint64_t seed, std::size_t size) {
 }
 
 struct BuildFile {
-  std::string name;
-  std::string newContents;
+  std::string name, newContents;
   std::vector<std::string> olderContents;  // one per older build; "" leaves the file out of that build
-};
-
-struct PublishCase {
-  const char* what;
-  std::vector<BuildFile> files;
 };
 
 }  // namespace
@@ -56,7 +50,10 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
   std::string changed = big;
   changed[1000] ^= 1;
   changed.insert(5000, "inserted bytes");
-  const PublishCase cases[] = {
+  const struct {
+    const char* what;
+    std::vector<BuildFile> files;
+  } cases[] = {
       {"whole files only", {{"a.dat", noise(2, 5000), {}}, {"b/c.dat", "", {}}, {"b/d e.dat", "text", {}}}},
       {"one older build",
        {{"big.dat", changed, {big}}, {"same.dat", "same", {"same"}}, {"new.dat", "new", {""}}, {"x/y.dat", big, {changed}}}},
@@ -97,8 +94,7 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
       options.workers = workers;
       options.bytesInFlight = bytes;
       std::vector<std::string> told;
-      std::thread::id caller = std::this_thread::get_id();
-      options.progress = [&](const std::string& file, std::size_t) {
+      options.progress = [&, caller = std::this_thread::get_id()](const std::string& file, std::size_t) {
         EXPECT_EQ(std::this_thread::get_id(), caller);
         told.push_back(file);
       };
