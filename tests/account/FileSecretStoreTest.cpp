@@ -47,8 +47,7 @@ TEST_F(FileSecretStoreTest, KeepsTheCookiesPrivateAndReplacesTheFileWhole) {
 }
 
 TEST_F(FileSecretStoreTest, AnUnsafeFileOrFolderIsNeitherReadNorWritten) {
-  const fs::path& folder = this->folder;
-  const fs::path& file = this->file;
+  const fs::path elsewhere = home / "elsewhere";
   struct Case {
     const char* name;
     std::function<void()> spoil;
@@ -56,30 +55,16 @@ TEST_F(FileSecretStoreTest, AnUnsafeFileOrFolderIsNeitherReadNorWritten) {
   } cases[] = {
       {"file open to others", [&] { chmod(file.c_str(), 0644); }, "open to group or others"},
       {"folder open to the group", [&] { chmod(folder.c_str(), 0750); }, "open to group or others"},
-      {"file is a link",
-       [&] {
-         fs::rename(file, home / "elsewhere.json");
-         fs::create_symlink(home / "elsewhere.json", file);
-       },
-       "symbolic link"},
-      {"folder is a link",
-       [&] {
-         fs::rename(folder, home / "elsewhere");
-         fs::create_symlink(home / "elsewhere", folder);
-       },
+      {"file is a link", [&] { fs::rename(file, elsewhere); fs::create_symlink(elsewhere, file); }, "symbolic link"},
+      {"folder is a link", [&] { fs::rename(folder, elsewhere); fs::create_symlink(elsewhere, folder); },
        "not a plain folder"},
-      {"file is not ours",
-       [&] {
-         EXPECT_EQ(chown(file.c_str(), 65534, 65534), 0);
-       },
-       "belongs to another user"},
+      {"file is not ours", [&] { EXPECT_EQ(chown(file.c_str(), 65534, 65534), 0); }, "belongs to another user"},
       {"file is not a saved-login file", [&] { writeFile(file, "not JSON"); chmod(file.c_str(), 0600); },
        "is not a saved-login file"},
   };
   for (auto& c : cases) {
     if (std::string(c.name) == "file is not ours" && geteuid() != 0) continue;  // only root can give a file away
-    fs::remove_all(home / "elsewhere");
-    fs::remove(home / "elsewhere.json");
+    fs::remove_all(elsewhere);
     fs::remove_all(folder);  // or the link left by the case before
     save("bob", "cookie-1");
     ASSERT_EQ(authenticator.loadSavedPassword("bob"), "cookie-1") << c.name;
@@ -92,20 +77,15 @@ TEST_F(FileSecretStoreTest, AnUnsafeFileOrFolderIsNeitherReadNorWritten) {
     save("alice", "cookie-3");
     EXPECT_TRUE(log.contains(c.reason)) << c.name;
     for (const std::string& line : log.lines()) EXPECT_EQ(line.find("cookie-"), std::string::npos) << line;
-    EXPECT_EQ(readFile(fs::exists(home / "elsewhere.json") ? home / "elsewhere.json" : file).find("cookie-2"),
-              std::string::npos)
-        << c.name;
+    const fs::path written = fs::is_regular_file(elsewhere) ? elsewhere : file;
+    EXPECT_EQ(readFile(written).find("cookie-2"), std::string::npos) << c.name;
   }
 }
 
 TEST_F(FileSecretStoreTest, TheFileIsUsedOnlyWhenNoSecretServiceAnswers) {
   ScopedEnvironment automatic("ZRV_SECRET_STORE", std::nullopt);
-  {
-    ScopedEnvironment noBus("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
-    EXPECT_EQ(ZRVAuthenticator::secretStoreName(), "file");
-  }
-  {
-    ScopedEnvironment deadBus("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (home / "no-bus").string());
+  for (auto bus : {std::optional<std::string>(), std::optional("unix:path=" + (home / "no-bus").string())}) {
+    ScopedEnvironment noBus("DBUS_SESSION_BUS_ADDRESS", bus);
     EXPECT_EQ(ZRVAuthenticator::secretStoreName(), "file");
   }
   ScopedEnvironment forced("ZRV_SECRET_STORE", "secret-service");

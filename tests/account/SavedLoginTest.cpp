@@ -21,38 +21,25 @@ namespace {
 
 constexpr const char* kOtherService = "Another Game";
 
-struct FileBackend {
-  static constexpr const char* name = "file";
-  static SecretStore& store() { return fileSecretStore(); }
-  static std::string unavailable() { return {}; }
-};
-
-struct SecretServiceBackend {
-  static constexpr const char* name = "secret-service";
-  static SecretStore& store() { return secretServiceStore(); }
-  static std::string unavailable() {
-    if (!std::getenv("ZRV_TEST_PRIVATE_KEYRING")) return "needs the throwaway keyring of scripts/run-tests.sh";
-    if (!secretServiceAnswers()) return "no Secret Service answers on the session bus";
-    return {};
-  }
-};
-
-template <class Backend>
-class SavedLogins : public ::testing::Test {
+// Parameter: the store's name, as ZRV_SECRET_STORE chooses it.
+class SavedLogins : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
-    if (std::string why = Backend::unavailable(); !why.empty()) GTEST_SKIP() << why;
+    if (GetParam() != "file" && !std::getenv("ZRV_TEST_PRIVATE_KEYRING")) {
+      GTEST_SKIP() << "needs the throwaway keyring of scripts/run-tests.sh";
+    }
+    if (GetParam() != "file" && !secretServiceAnswers()) GTEST_SKIP() << "no Secret Service answers on the session bus";
     clear();
   }
   void TearDown() override {
     if (!IsSkipped()) clear();
   }
 
+  SecretStore& store() { return GetParam() == "file" ? fileSecretStore() : secretServiceStore(); }
+
   void clear() {
     for (const std::string& account : authenticator.loadSavedLogins()) authenticator.removeSavedLogin(account);
-    SecretQuery other;
-    other.service = kOtherService;
-    Backend::store().remove(other);
+    store().remove(SecretQuery{.service = kOtherService, .account = std::nullopt});
   }
 
   void save(const std::string& account, const std::string& cookie) {
@@ -62,65 +49,55 @@ class SavedLogins : public ::testing::Test {
   }
 
   std::optional<std::string> otherServiceSecret(const std::string& account) {
-    SecretQuery query;
-    query.service = kOtherService;
-    query.account = account;
-    query.returnData = true;
     SecretMatch match;
-    if (Backend::store().copyMatching(query, &match) != SecretStatus::success) return std::nullopt;
+    const SecretQuery query{.service = kOtherService, .account = account, .returnData = true};
+    if (store().copyMatching(query, &match) != SecretStatus::success) return std::nullopt;
     return match.data;
   }
 
   TemporaryDirectory home;
   ScopedEnvironment data{"XDG_DATA_HOME", home.path().string()};
-  ScopedEnvironment choice{"ZRV_SECRET_STORE", Backend::name};
+  ScopedEnvironment choice{"ZRV_SECRET_STORE", GetParam()};
   ZRVAuthenticator& authenticator = ZRVAuthenticator::defaultAuthenticator();
 };
 
-struct BackendNames {
-  template <class Backend>
-  static std::string GetName(int) {
-    return Backend::name == std::string("file") ? "File" : "SecretService";
-  }
-};
-using Backends = ::testing::Types<FileBackend, SecretServiceBackend>;
-TYPED_TEST_SUITE(SavedLogins, Backends, BackendNames);
+INSTANTIATE_TEST_SUITE_P(Stores, SavedLogins, ::testing::Values("file", "secret-service"),
+                         [](const auto& store) { return store.param == "file" ? "File" : "SecretService"; });
 
-TYPED_TEST(SavedLogins, AccountsAreListedByNameSavedOnceEachAndRemovedOneByOne) {
-  EXPECT_EQ(ZRVAuthenticator::secretStoreName(), TypeParam::name);
-  EXPECT_TRUE(this->authenticator.loadSavedLogins().empty());
-  EXPECT_EQ(this->authenticator.loadSavedPassword("bob"), std::nullopt);
-  for (const char* account : {"carol", "alice", "Zoë", "bob"}) this->save(account, std::string("cookie of ") + account);
-  this->save("bob", "second cookie");  // the same item, with the newer cookie
-  EXPECT_EQ(this->authenticator.loadSavedLogins(), (std::vector<std::string>{"Zoë", "alice", "bob", "carol"}));
-  EXPECT_EQ(this->authenticator.loadSavedPassword("Zoë"), "cookie of Zoë");
-  EXPECT_EQ(this->authenticator.loadSavedPassword("bob"), "second cookie");
+TEST_P(SavedLogins, AccountsAreListedByNameSavedOnceEachAndRemovedOneByOne) {
+  EXPECT_EQ(ZRVAuthenticator::secretStoreName(), GetParam());
+  EXPECT_TRUE(authenticator.loadSavedLogins().empty());
+  EXPECT_EQ(authenticator.loadSavedPassword("bob"), std::nullopt);
+  for (const char* account : {"carol", "alice", "Zoë", "bob"}) save(account, std::string("cookie of ") + account);
+  save("bob", "second cookie");  // the same item, with the newer cookie
+  EXPECT_EQ(authenticator.loadSavedLogins(), (std::vector<std::string>{"Zoë", "alice", "bob", "carol"}));
+  EXPECT_EQ(authenticator.loadSavedPassword("Zoë"), "cookie of Zoë");
+  EXPECT_EQ(authenticator.loadSavedPassword("bob"), "second cookie");
 
-  this->authenticator.removeSavedLogin("alice");
-  this->authenticator.removeSavedLogin("nobody");
-  EXPECT_EQ(this->authenticator.loadSavedLogins(), (std::vector<std::string>{"Zoë", "bob", "carol"}));
-  EXPECT_EQ(this->authenticator.loadSavedPassword("alice"), std::nullopt);
-  EXPECT_EQ(this->authenticator.loadSavedPassword("carol"), "cookie of carol");
+  authenticator.removeSavedLogin("alice");
+  authenticator.removeSavedLogin("nobody");
+  EXPECT_EQ(authenticator.loadSavedLogins(), (std::vector<std::string>{"Zoë", "bob", "carol"}));
+  EXPECT_EQ(authenticator.loadSavedPassword("alice"), std::nullopt);
+  EXPECT_EQ(authenticator.loadSavedPassword("carol"), "cookie of carol");
 }
 
-TYPED_TEST(SavedLogins, ItemsOfAnotherServiceAreNeverSeen) {
-  ASSERT_EQ(TypeParam::store().add(kOtherService, "bob", "their cookie"), SecretStatus::success);
-  EXPECT_TRUE(this->authenticator.loadSavedLogins().empty());
-  EXPECT_EQ(this->authenticator.loadSavedPassword("bob"), std::nullopt);
-  this->authenticator.removeSavedLogin("bob");
-  this->save("bob", "our cookie");
-  EXPECT_EQ(this->authenticator.loadSavedPassword("bob"), "our cookie");
-  EXPECT_EQ(this->otherServiceSecret("bob"), "their cookie");
+TEST_P(SavedLogins, ItemsOfAnotherServiceAreNeverSeen) {
+  ASSERT_EQ(store().add(kOtherService, "bob", "their cookie"), SecretStatus::success);
+  EXPECT_TRUE(authenticator.loadSavedLogins().empty());
+  EXPECT_EQ(authenticator.loadSavedPassword("bob"), std::nullopt);
+  authenticator.removeSavedLogin("bob");
+  save("bob", "our cookie");
+  EXPECT_EQ(authenticator.loadSavedPassword("bob"), "our cookie");
+  EXPECT_EQ(otherServiceSecret("bob"), "their cookie");
 }
 
-TYPED_TEST(SavedLogins, AddRefusesAnExistingItemAndUpdateAMissingOne) {
-  SecretStore& store = TypeParam::store();
-  EXPECT_EQ(store.update("Quillmoor", "bob", "x"), SecretStatus::itemNotFound);
-  EXPECT_EQ(store.add("Quillmoor", "bob", "first"), SecretStatus::success);
-  EXPECT_EQ(store.add("Quillmoor", "bob", "second"), SecretStatus::duplicateItem);
-  EXPECT_EQ(this->authenticator.loadSavedPassword("bob"), "first");
-  EXPECT_EQ(store.update("Quillmoor", "bob", "third"), SecretStatus::success);
-  EXPECT_EQ(this->authenticator.loadSavedPassword("bob"), "third");
+TEST_P(SavedLogins, AddRefusesAnExistingItemAndUpdateAMissingOne) {
+  EXPECT_EQ(store().update("Quillmoor", "bob", "x"), SecretStatus::itemNotFound);
+  EXPECT_EQ(store().add("Quillmoor", "bob", "first"), SecretStatus::success);
+  EXPECT_EQ(store().add("Quillmoor", "bob", "second"), SecretStatus::duplicateItem);
+  EXPECT_EQ(authenticator.loadSavedPassword("bob"), "first");
+  EXPECT_EQ(store().update("Quillmoor", "bob", "third"), SecretStatus::success);
+  EXPECT_EQ(authenticator.loadSavedPassword("bob"), "third");
 }
 
 }  // namespace
