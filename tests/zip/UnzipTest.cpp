@@ -41,16 +41,15 @@ TEST(Unzip, InfoZipArchiveUnpacksLikeInfoZip) {
 }
 
 TEST(Unzip, DOSDatesDecodeAsLocalTime) {
-  struct Case {
+  const struct {
     unsigned long dosDate;
     std::time_t expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {(44ul << 25) | (5 << 21) | (1 << 16) | (12 << 11) | (32 << 5) | 15, localTime(2024, 5, 1, 12, 32, 30)},
       {(0ul << 25) | (1 << 21) | (1 << 16), localTime(1980, 1, 1, 0, 0, 0)},
       {(43ul << 25) | (12 << 21) | (31 << 16) | (23 << 11) | (59 << 5) | 29, localTime(2023, 12, 31, 23, 59, 58)},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     TemporaryDirectory temporary;
     craftArchive(temporary / "dated.zip", {{"folder/", "", 0, 0, c.dosDate}, {"folder/file", "x", 8, 0, c.dosDate}});
     ASSERT_TRUE(SSZipArchive::unzipFileAtPath(temporary / "dated.zip", temporary / "out"));
@@ -96,16 +95,15 @@ TEST(Unzip, OpeningFailuresProduceErrors) {
   writeFile(temporary / "garbage.zip", "this is not a zip archive at all, not even close to one");
   // An end record behind other bytes (a self-extractor's stub) is still an archive of no entries.
   writeFile(temporary / "stub.zip", std::string("stub") + readFile(temporary / "empty.zip"));
-  struct Case {
+  const struct {
     fs::path archive;
     long code;
     const char* description;
-  };
-  const Case cases[] = {{temporary / "missing.zip", -1, "failed to open zip file"},
+  } cases[] = {{temporary / "missing.zip", -1, "failed to open zip file"},
                         {temporary / "garbage.zip", -1, "failed to open zip file"},
                         {temporary / "empty.zip", -2, "failed to open first file in zip file"},
                         {temporary / "stub.zip", -2, "failed to open first file in zip file"}};
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     std::optional<ZRVError> error;
     EXPECT_FALSE(SSZipArchive::unzipFileAtPath(c.archive, temporary / "out", true, std::nullopt, &error));
     ASSERT_TRUE(error) << c.archive;
@@ -122,16 +120,17 @@ TEST(Unzip, BackslashNamesOverwriteOffAndDelegateNotices) {
   craftArchive(temporary / "a.zip", {{"dir\\sub\\file.txt", "deep"}, {"exists", "x"}, {"second", "y"}});
   writeFile(temporary / "out" / "exists", "keep");
   std::vector<std::string> notices;
+  const auto entry = [&](const char* what) {
+    return [&, what](long index, long total, const fs::path&, const unz_file_info&) {
+      notices.push_back(what + std::to_string(index) + "/" + std::to_string(total));
+    };
+  };
   SSZipArchiveDelegate delegate;
   delegate.zipArchiveWillUnzipArchiveAtPath = [&](const fs::path&, const unz_global_info& info) {
     notices.push_back("will archive " + std::to_string(info.number_entry));
   };
-  delegate.zipArchiveWillUnzipFileAtIndex = [&](long index, long total, const fs::path&, const unz_file_info&) {
-    notices.push_back("will " + std::to_string(index) + "/" + std::to_string(total));
-  };
-  delegate.zipArchiveDidUnzipFileAtIndex = [&](long index, long total, const fs::path&, const unz_file_info&) {
-    notices.push_back("did " + std::to_string(index) + "/" + std::to_string(total));
-  };
+  delegate.zipArchiveWillUnzipFileAtIndex = entry("will ");
+  delegate.zipArchiveDidUnzipFileAtIndex = entry("did ");
   delegate.zipArchiveDidUnzipArchiveAtPath = [&](const fs::path&, const unz_global_info&, const fs::path& path) {
     notices.push_back("did archive " + path.filename().string());
   };

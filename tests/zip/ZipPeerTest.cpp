@@ -54,34 +54,6 @@ TEST(ZipPeers, ArchivesGoBothWaysBetweenUsAndEveryPeerByteForByte) {
   EXPECT_EQ(modeOf(temporary / "by Info-ZIP" / "folder" / "run.bin"), 0755u);
 }
 
-TEST(ZipPeers, EntriesFromMemoryGetFileAndFolderPermissions) {
-  TemporaryDirectory temporary;
-  const fs::path archive = temporary / "data.zip";
-  {
-    SSZipArchive writer(archive);
-    ASSERT_TRUE(writer.open());
-    ASSERT_TRUE(writer.writeData(ZRVData{'d', 'a', 't', 'a'}, "data.txt"));
-    ASSERT_TRUE(writer.writeData(ZRVData{}, "folder/"));
-    ASSERT_TRUE(writer.writeData(ZRVData{'i', 'n'}, "folder/inner.txt"));
-    ASSERT_TRUE(writer.close());
-  }
-  for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(archive), 0) << peer.name;
-
-  // Info-ZIP applies the archived permissions as they stand, whatever the umask.
-  const fs::path byInfoZip = temporary / "infozip";
-  ASSERT_EQ(runCommand("umask 077 && unzip -qo " + quoted(archive) + " -d " + quoted(byInfoZip)), 0);
-  EXPECT_EQ(modeOf(byInfoZip / "data.txt"), 0644u);
-  EXPECT_EQ(modeOf(byInfoZip / "folder" / "inner.txt"), 0644u);
-  EXPECT_EQ(modeOf(byInfoZip / "folder"), 0755u);
-  EXPECT_EQ(readFile(byInfoZip / "data.txt"), "data");
-
-  const fs::path ours = temporary / "ours";
-  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(archive, ours));
-  EXPECT_EQ(modeOf(ours / "data.txt"), 0644u);
-  EXPECT_TRUE(fs::is_directory(ours / "folder"));
-  EXPECT_EQ(readFile(ours / "folder" / "inner.txt"), "in");
-}
-
 TEST(ZipPeers, FolderArchivesHoldLinkedFilesAndNeverLoop) {
   TemporaryDirectory temporary;
   const fs::path tree = temporary / "tree";

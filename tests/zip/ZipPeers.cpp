@@ -44,11 +44,7 @@ int pythonTest(const fs::path& archive) {
       quoted(archive) + kQuiet);
 }
 int pythonExtract(const fs::path& archive, const fs::path& destination) {
-  return runCommand(
-      "python3 -c 'import sys, zipfile\n"
-      "with zipfile.ZipFile(sys.argv[1]) as archive:\n"
-      "    archive.extractall(sys.argv[2])\n' " +
-      quoted(archive) + " " + quoted(destination) + kQuiet);
+  return runCommand("python3 -m zipfile -e " + quoted(archive) + " " + quoted(destination) + kQuiet);
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include "ZipPeers.h"
 #include "ZipTestSupport.h"
 
 #include <ZRVKit/SSZipArchive.h>
@@ -28,10 +29,11 @@ TEST(ZipWriter, FileListArchivesAreFlatKeepPermissionsAndNeedEveryFile) {
   EXPECT_FALSE(SSZipArchive::createZipFileAtPath(temporary / "bad.zip", {temporary / "missing"}));
 }
 
-TEST(ZipWriter, WriterEntriesAndMisuse) {
+TEST(ZipWriter, WriterEntriesGetFileAndFolderPermissionsAndMisuseFails) {
   TemporaryDirectory temporary;
   writeFile(temporary / "file.txt", "contents");
-  SSZipArchive archive(temporary / "written.zip");
+  const fs::path written = temporary / "written.zip";
+  SSZipArchive archive(written);
   EXPECT_FALSE(archive.writeData(ZRVData{'x'}, "before-open"));
   EXPECT_FALSE(archive.writeFile(temporary / "file.txt"));
   ASSERT_TRUE(archive.open());
@@ -39,18 +41,26 @@ TEST(ZipWriter, WriterEntriesAndMisuse) {
   EXPECT_TRUE(archive.writeFileAtPath(temporary / "file.txt", std::string("renamed/file.txt")));
   EXPECT_TRUE(archive.writeData(ZRVData{'d', 'a', 't', 'a'}, "data.bin"));
   EXPECT_TRUE(archive.writeData(ZRVData{}, "empty.bin"));
+  EXPECT_TRUE(archive.writeData(ZRVData{}, "folder/"));
   EXPECT_FALSE(archive.writeData(std::nullopt, "absent.bin"));
   EXPECT_FALSE(archive.writeFile(temporary / "missing.txt"));
   EXPECT_FALSE(archive.writeFile(temporary.path()));  // a folder is not a file
   EXPECT_TRUE(archive.close());
-  EXPECT_EQ(runCommand("unzip -tq " + quoted(temporary / "written.zip") + " > /dev/null"), 0);
+  for (const ZipPeer& peer : zipPeers()) EXPECT_EQ(peer.test(written), 0) << peer.name;
 
-  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(temporary / "written.zip", temporary / "out"));
-  EXPECT_EQ(readFile(temporary / "out" / "file.txt"), "contents");
-  EXPECT_EQ(readFile(temporary / "out" / "renamed" / "file.txt"), "contents");
-  EXPECT_EQ(readFile(temporary / "out" / "data.bin"), "data");
-  EXPECT_TRUE(fs::exists(temporary / "out" / "empty.bin"));
+  // Info-ZIP applies the archived permissions as they stand, whatever the umask.
+  ASSERT_EQ(runCommand("umask 077 && unzip -qo " + quoted(written) + " -d " + quoted(temporary / "infozip")), 0);
+  EXPECT_EQ(modeOf(temporary / "infozip" / "data.bin"), 0644u);
+  EXPECT_EQ(modeOf(temporary / "infozip" / "folder"), 0755u);
+  const fs::path out = temporary / "out";
+  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(written, out));
+  EXPECT_EQ(readFile(out / "file.txt"), "contents");
+  EXPECT_EQ(readFile(out / "renamed" / "file.txt"), "contents");
+  EXPECT_EQ(readFile(out / "data.bin"), "data");
+  EXPECT_EQ(modeOf(out / "data.bin"), 0644u);
+  EXPECT_TRUE(fs::exists(out / "empty.bin"));
+  EXPECT_TRUE(fs::is_directory(out / "folder"));
   // Data entries are dated now (to the two seconds of DOS dates).
-  auto age = fs::file_time_type::clock::now() - fs::last_write_time(temporary / "out" / "data.bin");
+  auto age = fs::file_time_type::clock::now() - fs::last_write_time(out / "data.bin");
   EXPECT_LT(std::chrono::abs(age), std::chrono::seconds(5));
 }
