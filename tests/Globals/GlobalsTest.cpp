@@ -20,24 +20,22 @@ class GlobalsTest : public ::testing::Test {
 };
 
 TEST_F(GlobalsTest, ContainerFollowsTheServerType) {
-  struct Case {
+  const struct {
     long type;
     const char* folder;
-    bool developer;
-    bool test;
-  } cases[] = {{0, "Quillmoor", false, false},
-               {1, "Quillmoor", false, true},
-               {2, "Quillmoor Development", true, false},
+    bool developer, test;
+  } cases[] = {{0, "Quillmoor", false, false}, {1, "Quillmoor", false, true}, {2, "Quillmoor Development", true, false},
                {7, "Quillmoor", false, false}};
   for (const auto& c : cases) {
     globals.setServerType(c.type);
-    EXPECT_EQ(globals.containerURL(), home / c.folder) << c.type;
-    EXPECT_TRUE(fs::is_directory(home / c.folder)) << c.type;
+    const fs::path folder = home / c.folder;
+    EXPECT_EQ(globals.containerURL(), folder) << c.type;
+    EXPECT_TRUE(fs::is_directory(folder)) << c.type;
     EXPECT_EQ(globals.isDeveloperLauncher(), c.developer);
     EXPECT_EQ(globals.isTestLauncher(), c.test);
-    EXPECT_EQ(globals.gameSettingsFileURL(), home / c.folder / "settings.json");
-    EXPECT_EQ(globals.logsDirectoryURL(), home / c.folder / "logs");
-    EXPECT_EQ(globals.screenshotsDirectoryURL(), home / c.folder / "screenshots");
+    EXPECT_EQ(
+        (std::vector{globals.gameSettingsFileURL(), globals.logsDirectoryURL(), globals.screenshotsDirectoryURL()}),
+        (std::vector{folder / "settings.json", folder / "logs", folder / "screenshots"}));
   }
   EXPECT_FALSE(fs::exists(home / "Quillmoor" / "logs"));  // sub-locations are not created
 }
@@ -46,8 +44,7 @@ TEST_F(GlobalsTest, WithoutADataFolderTheContainerIsCorrupt) {
   ScopedEnvironment noData("XDG_DATA_HOME", std::nullopt);
   ScopedEnvironment noHome("HOME", "/proc/zrvkit-cannot-exist");
   try {
-    globals.containerURL();
-    FAIL() << "expected an exception";
+    FAIL() << globals.containerURL() << " instead of an exception";
   } catch (const ZRVException& exception) {
     EXPECT_EQ(exception.name(), "Application Corruption");
     EXPECT_EQ(exception.reason(), "The application has been corrupted and resources are missing.");
@@ -104,10 +101,8 @@ TEST_F(GlobalsTest, RemoveReportsEveryOutcome) {
   auto record = [&](bool success, std::optional<ZRVError> error) { outcomes.emplace_back(success, error); };
   globals.removeItemAtURLFromContainer(file, record);
   globals.removeItemAtURLFromContainer(file, record);
-  ASSERT_EQ(outcomes.size(), 2u);
-  EXPECT_TRUE(outcomes[0].first);
   EXPECT_FALSE(fs::exists(file));
-  EXPECT_FALSE(outcomes[1].first);
-  ASSERT_TRUE(outcomes[1].second);
-  EXPECT_TRUE(outcomes[1].second->hasUnderlyingPOSIX(ENOENT));
+  ASSERT_EQ(outcomes.size(), 2u);
+  EXPECT_TRUE(outcomes[0].first && !outcomes[0].second);
+  EXPECT_TRUE(!outcomes[1].first && outcomes[1].second && outcomes[1].second->hasUnderlyingPOSIX(ENOENT));
 }

@@ -76,15 +76,13 @@ TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptor
   EXPECT_GT(manager.task(), 0);
 
   ZRVJSON game = readReport();
-  const ZRVJSON& environment = game["environment"];
   const std::string root = container.string();
-  EXPECT_EQ(environment["ZRV_PLAYCOOKIE"], "the-cookie");
-  EXPECT_EQ(environment["ZRV_GAMESERVER"], "game.example:7000");
-  EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "1");
-  EXPECT_EQ(environment["DYLD_LIBRARY_PATH"], root + "/Libraries.bundle");
-  EXPECT_EQ(environment["DYLD_FRAMEWORK_PATH"], root + "/Frameworks");
-  EXPECT_EQ(environment["LD_LIBRARY_PATH"], root + "/Libraries.bundle:" + root + "/Frameworks");
-  EXPECT_EQ(environment["ZRV_UNRELATED"], "passed on");
+  const ZRVJSON expected = {{"ZRV_PLAYCOOKIE", "the-cookie"}, {"ZRV_GAMESERVER", "game.example:7000"},
+                            {"ZRV_PERSISTCOOKIE", "1"}, {"DYLD_LIBRARY_PATH", root + "/Libraries.bundle"},
+                            {"DYLD_FRAMEWORK_PATH", root + "/Frameworks"},
+                            {"LD_LIBRARY_PATH", root + "/Libraries.bundle:" + root + "/Frameworks"},
+                            {"ZRV_UNRELATED", "passed on"}};
+  for (const auto& [name, value] : expected.items()) EXPECT_EQ(game["environment"][name], value) << name;
   EXPECT_EQ(game["directory"], root);
   EXPECT_EQ(game["descriptors"], (ZRVJSON{0, 1, 2}));
 }
@@ -92,13 +90,11 @@ TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptor
 TEST_F(GameManagerTest, ExitStatusesAndAbsentValues) {
   installGame();
   ScopedEnvironment inheritedCookie("ZRV_PLAYCOOKIE", "stale");
-  struct Case {
-    const char* variable;
-    const char* value;
+  const struct {
+    const char *variable, *value;
     int status;
-  };
-  const Case cases[] = {{"ZRV_FAKE_GAME_EXIT", "7", 7}, {"ZRV_FAKE_GAME_SIGNAL", "15", 128 + 15}};
-  for (const Case& c : cases) {
+  } cases[] = {{"ZRV_FAKE_GAME_EXIT", "7", 7}, {"ZRV_FAKE_GAME_SIGNAL", "15", 128 + 15}};
+  for (const auto& c : cases) {
     ScopedEnvironment outcome(c.variable, c.value);
     ZRVGameManager manager;
     Run run = startAndWait(manager, std::nullopt, std::nullopt, false);
@@ -120,36 +116,25 @@ TEST_F(GameManagerTest, GamesThatEndAtOnceStillReportStartedFirst) {
   for (int i = 0; i < kGames; ++i) {
     manager.startGameWithCookie(
         "cookie", "server", false, [&, i](bool) { events[i].push_back("started"); },
-        [&, i](bool, int) {
-          events[i].push_back("exited");
-          ++ended;
-        });
+        [&, i](bool, int) { events[i].push_back("exited"); ++ended; });
   }
   ASSERT_TRUE(ZRVOperationQueue::mainQueue().runUntil([&] { return ended == kGames; }, 20s));
   for (const auto& game : events) EXPECT_EQ(game, (std::vector<std::string>{"started", "exited"}));
 }
 
 TEST_F(GameManagerTest, GamesThatCannotStartReport1000WithoutStarted) {
-  struct Case {
-    const char* what;
-    std::function<void(const fs::path& executable)> prepare;
-  };
-  const Case cases[] = {
-      {"missing", [](const fs::path&) {}},
-      {"not executable", [](const fs::path& executable) { writeFile(executable, "#!/bin/sh\nexit 0\n"); }},
-  };
-  for (const Case& c : cases) {
+  for (const char* what : {"missing", "not executable"}) {
     fs::remove_all(container);
     fs::create_directories(container);
-    c.prepare(container / "Quillmoor");
+    if (what[0] == 'n') writeFile(container / "Quillmoor", "#!/bin/sh\nexit 0\n");
     LogCapture log;
     ZRVGameManager manager;
     manager.setTask(4242);  // an earlier game
     Run run = startAndWait(manager, "cookie", "server", false);
-    EXPECT_EQ(manager.task(), 0) << c.what;
-    EXPECT_EQ(run.events, (std::vector<std::string>{"exited"})) << c.what;
-    EXPECT_EQ(run.status, 1000) << c.what;
-    ASSERT_EQ(log.lines().size(), 1u) << c.what;
+    EXPECT_EQ(manager.task(), 0) << what;
+    EXPECT_EQ(run.events, (std::vector<std::string>{"exited"})) << what;
+    EXPECT_EQ(run.status, 1000) << what;
+    ASSERT_EQ(log.lines().size(), 1u) << what;
     EXPECT_TRUE(log.lines()[0].starts_with(
         "-[ZRVGameManager startGameWithCookie:andGameserver:andPersistent:started:exited:]+"))
         << log.lines()[0];
