@@ -1,5 +1,6 @@
 // The zrv command's interface: exit codes and messages that scripts and launchers depend on.
 
+#include "serve/DemoServer.h"
 #include "support/LoopbackServer.h"
 #include "support/ShellCommand.h"
 #include "support/TemporaryDirectory.h"
@@ -8,11 +9,7 @@
 
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace {
@@ -116,37 +113,9 @@ TEST_F(ZrvCommand, UnzipTakesThePasswordFromStandardInput) {
   EXPECT_EQ(zrv("unzip locked.zip out --password-stdin --password s3cret").status, 2);
 }
 
-namespace {
-
-// `zrv serve` on a free loopback port, a child of the test, stopped by its PID.
-struct ServedZrv {
-  pid_t pid = -1;
-  int port = 0;
-  FILE* printed = nullptr;  // kept open while it serves, so that what it prints goes somewhere
-  ServedZrv() {
-    int out[2];
-    if (::pipe(out) != 0 || (pid = ::fork()) < 0) return;
-    if (pid == 0) {
-      ::dup2(out[1], STDOUT_FILENO);
-      ::execl(ZRV_TOOL_PATH, "zrv", "serve", "--port", "0", static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-    ::close(out[1]);
-    printed = ::fdopen(out[0], "r");
-    if (std::fscanf(printed, "Serving on http://127.0.0.1:%d", &port) != 1) port = 0;
-  }
-  ~ServedZrv() {
-    if (pid > 0 && ::kill(pid, SIGTERM) == 0) ::waitpid(pid, nullptr, 0);
-    if (printed) std::fclose(printed);
-  }
-};
-
-}  // namespace
-
 TEST(ZrvServe, TheLoginServiceChecksTheTwoFactorCodeAndQueuesForTheSetNumberOfTurns) {
-  ServedZrv served;
-  ASSERT_GT(served.port, 0);
-  httplib::Client client("127.0.0.1", served.port);
+  DemoServer served;  // what `zrv serve` runs
+  httplib::Client client("127.0.0.1", served.start("127.0.0.1", 0));
   // Each step's "success", following "partial" with the code and "delayed" with the queue token.
   const struct {
     const char *account, *password, *code, *steps;
