@@ -59,52 +59,48 @@ class GameManagerTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptors) {
+TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptorsAndItsStatusIsReported) {
   installGame();
   ScopedEnvironment inheritedLoaderPath("LD_LIBRARY_PATH", "/inherited/lib");
   ScopedEnvironment inheritedDyld("DYLD_LIBRARY_PATH", "/inherited/dyld");
+  ScopedEnvironment inheritedCookie("ZRV_PLAYCOOKIE", "stale");
   ScopedEnvironment unrelated("ZRV_UNRELATED", "passed on");
   // A descriptor the launcher leaves open without close-on-exec must still not reach the game.
   int leaked = open("/dev/null", O_RDONLY);
   ASSERT_GE(leaked, 3);
-
-  ZRVGameManager manager;
-  Run run = startAndWait(manager, "the-cookie", "game.example:7000", true);
-  close(leaked);
-  EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"}));
-  EXPECT_EQ(run.status, 0);
-  EXPECT_GT(manager.task(), 0);
-
-  ZRVJSON game = readReport();
   const std::string root = container.string();
-  const ZRVJSON expected = {{"ZRV_PLAYCOOKIE", "the-cookie"}, {"ZRV_GAMESERVER", "game.example:7000"},
-                            {"ZRV_PERSISTCOOKIE", "1"}, {"DYLD_LIBRARY_PATH", root + "/Libraries.bundle"},
-                            {"DYLD_FRAMEWORK_PATH", root + "/Frameworks"},
-                            {"LD_LIBRARY_PATH", root + "/Libraries.bundle:" + root + "/Frameworks"},
-                            {"ZRV_UNRELATED", "passed on"}};
-  for (const auto& [name, value] : expected.items()) EXPECT_EQ(game["environment"][name], value) << name;
-  EXPECT_EQ(game["directory"], root);
-  EXPECT_EQ(game["descriptors"], (ZRVJSON{0, 1, 2}));
-}
-
-TEST_F(GameManagerTest, ExitStatusesAndAbsentValues) {
-  installGame();
-  ScopedEnvironment inheritedCookie("ZRV_PLAYCOOKIE", "stale");
+  const ZRVJSON always = {{"DYLD_LIBRARY_PATH", root + "/Libraries.bundle"},
+                          {"DYLD_FRAMEWORK_PATH", root + "/Frameworks"},
+                          {"LD_LIBRARY_PATH", root + "/Libraries.bundle:" + root + "/Frameworks"},
+                          {"ZRV_UNRELATED", "passed on"}};
   const struct {
-    const char *variable, *value;
+    const char *variable, *value;  // how the game ends
+    std::optional<std::string> cookie, server;
+    bool persistent;
     int status;
-  } cases[] = {{"ZRV_FAKE_GAME_EXIT", "7", 7}, {"ZRV_FAKE_GAME_SIGNAL", "15", 128 + 15}};
+    ZRVJSON environment;  // null: absent
+  } cases[] = {
+      {"ZRV_FAKE_GAME_EXIT", "0", "the-cookie", "game.example:7000", true, 0,
+       {{"ZRV_PLAYCOOKIE", "the-cookie"}, {"ZRV_GAMESERVER", "game.example:7000"}, {"ZRV_PERSISTCOOKIE", "1"}}},
+      {"ZRV_FAKE_GAME_EXIT", "7", std::nullopt, std::nullopt, false, 7,
+       {{"ZRV_PLAYCOOKIE", nullptr}, {"ZRV_GAMESERVER", nullptr}, {"ZRV_PERSISTCOOKIE", "0"}}},
+      {"ZRV_FAKE_GAME_SIGNAL", "15", std::nullopt, std::nullopt, false, 128 + 15, {{"ZRV_PLAYCOOKIE", nullptr}}},
+  };
   for (const auto& c : cases) {
     ScopedEnvironment outcome(c.variable, c.value);
     ZRVGameManager manager;
-    Run run = startAndWait(manager, std::nullopt, std::nullopt, false);
-    EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"})) << c.variable;
-    EXPECT_EQ(run.status, c.status) << c.variable;
-    ZRVJSON environment = readReport()["environment"];
-    EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "0");
-    EXPECT_FALSE(environment.contains("ZRV_PLAYCOOKIE"));
-    EXPECT_FALSE(environment.contains("ZRV_GAMESERVER"));
+    Run run = startAndWait(manager, c.cookie, c.server, c.persistent);
+    EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"})) << c.value;
+    EXPECT_EQ(run.status, c.status);
+    EXPECT_GT(manager.task(), 0);
+    ZRVJSON game = readReport();
+    for (const auto& expected : {always, c.environment}) {
+      for (const auto& [name, value] : expected.items()) EXPECT_EQ(game["environment"][name], value) << name;
+    }
+    EXPECT_EQ(game["directory"], root);
+    EXPECT_EQ(game["descriptors"], (ZRVJSON{0, 1, 2}));
   }
+  close(leaked);
 }
 
 TEST_F(GameManagerTest, GamesThatEndAtOnceStillReportStartedFirst) {
