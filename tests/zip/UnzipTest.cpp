@@ -76,15 +76,6 @@ TEST(Unzip, OnlyStoredEntriesMarkedInTheLowBitsAreLinks) {
     EXPECT_EQ(readFile(out / file), "target.txt") << file;
   }
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(out / "empty-link")));
-
-  // Info-ZIP marks its links in the upper bits only, so its links arrive as files holding the target.
-  const fs::path source = temporary / "source";
-  writeFile(source / "real", "real");
-  fs::create_symlink("real", source / "alias");
-  ASSERT_EQ(runCommand("cd " + quoted(source) + " && zip -qy " + quoted(temporary / "y.zip") + " real alias"), 0);
-  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(temporary / "y.zip", temporary / "y"));
-  EXPECT_FALSE(fs::is_symlink(temporary / "y" / "alias"));
-  EXPECT_EQ(readFile(temporary / "y" / "alias"), "real");
 }
 
 TEST(Unzip, OpeningFailuresProduceErrors) {
