@@ -67,42 +67,23 @@ TEST_F(GlobalsTest, LogFilesNewestFirstWithoutFolders) {
   EXPECT_GE(records[0].created, records[1].created);
 }
 
-TEST_F(GlobalsTest, CopyIntoContainerOnlyWhenMissing) {
+// Every outcome as "success" or the error's POSIX code, one per callback: none when nothing happened.
+TEST_F(GlobalsTest, CopyIntoContainerOnlyWhenMissingAndRemoveReportEveryOutcome) {
   TemporaryDirectory source;
-  writeFile(source / "Frameworks.zip", "first");
-  int calls = 0;
-  auto count = [&](bool success, std::optional<ZRVError> error) {
-    ++calls;
-    EXPECT_TRUE(success);
-    EXPECT_FALSE(error);
+  const fs::path copy = globals.containerURL() / "Frameworks.zip";
+  std::vector<std::string> outcomes;
+  auto record = [&](bool success, std::optional<ZRVError> error) {
+    const bool missing = !success && error && error->hasUnderlyingPOSIX(ENOENT);
+    outcomes.push_back(success && !error ? "success" : missing ? "ENOENT" : "something else");
   };
-  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", count);
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(readFile(globals.containerURL() / "Frameworks.zip"), "first");
-
+  writeFile(source / "Frameworks.zip", "first");
+  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", record);
   writeFile(source / "Frameworks.zip", "second");
-  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", count);
-  EXPECT_EQ(calls, 1);  // already there: nothing happens, no callback
-  EXPECT_EQ(readFile(globals.containerURL() / "Frameworks.zip"), "first");
-
-  std::optional<ZRVError> failure;
-  globals.checkCopyItemAtURLToContainer(source / "missing.zip", [&](bool success, std::optional<ZRVError> error) {
-    EXPECT_FALSE(success);
-    failure = error;
-  });
-  ASSERT_TRUE(failure);
-  EXPECT_TRUE(failure->hasUnderlyingPOSIX(ENOENT));
-}
-
-TEST_F(GlobalsTest, RemoveReportsEveryOutcome) {
-  fs::path file = globals.containerURL() / "Frameworks.zip";
-  writeFile(file, "x");
-  std::vector<std::pair<bool, std::optional<ZRVError>>> outcomes;
-  auto record = [&](bool success, std::optional<ZRVError> error) { outcomes.emplace_back(success, error); };
-  globals.removeItemAtURLFromContainer(file, record);
-  globals.removeItemAtURLFromContainer(file, record);
-  EXPECT_FALSE(fs::exists(file));
-  ASSERT_EQ(outcomes.size(), 2u);
-  EXPECT_TRUE(outcomes[0].first && !outcomes[0].second);
-  EXPECT_TRUE(!outcomes[1].first && outcomes[1].second && outcomes[1].second->hasUnderlyingPOSIX(ENOENT));
+  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", record);  // already there: nothing happens
+  EXPECT_EQ(readFile(copy), "first");
+  globals.checkCopyItemAtURLToContainer(source / "missing.zip", record);
+  globals.removeItemAtURLFromContainer(copy, record);
+  EXPECT_FALSE(fs::exists(copy));
+  globals.removeItemAtURLFromContainer(copy, record);
+  EXPECT_EQ(outcomes, (std::vector<std::string>{"success", "ENOENT", "success", "ENOENT"}));
 }
