@@ -41,5 +41,6 @@ TEST(FrameworkUnzipper, UnpacksBesideTheArchiveOrFailsAndReportsOnTheMainQueue) 
   EXPECT_FALSE(fs::exists(temporary / "Frameworks" / "__MACOSX"));
 
   writeFile(temporary / "broken.zip", "not an archive");
-  EXPECT_EQ(unzipAndCollect(temporary / "broken.zip"), (std::vector<std::string>{"begin broken.zip", "fail broken.zip"}));
+  EXPECT_EQ(unzipAndCollect(temporary / "broken.zip"),
+            (std::vector<std::string>{"begin broken.zip", "fail broken.zip"}));
 }
