@@ -71,12 +71,13 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
   for (const auto& publishCase : cases) {
     SCOPED_TRACE(publishCase.what);
     TemporaryDirectory folder;
-    std::size_t olderCount = 0;
+    std::vector<fs::path> olderBuilds;
     for (const auto& file : publishCase.files) {
       writeFile(folder / "new" / file.name, file.newContents);
-      olderCount = std::max(olderCount, file.olderContents.size());
       for (std::size_t i = 0; i < file.olderContents.size(); ++i) {
-        if (!file.olderContents[i].empty()) writeFile(folder / ("old" + std::to_string(i)) / file.name, file.olderContents[i]);
+        if (i == olderBuilds.size()) olderBuilds.push_back(folder / ("old" + std::to_string(i)));
+        fs::create_directories(olderBuilds[i]);
+        if (!file.olderContents[i].empty()) writeFile(olderBuilds[i] / file.name, file.olderContents[i]);
       }
     }
     // (name, workers, bytes in flight): the last squeezes every patch to run alone.
@@ -87,10 +88,7 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
       PublishOptions options;
       options.newBuild = folder / "new";
       options.output = folder / ("out-" + name);
-      for (std::size_t i = 0; i < olderCount; ++i) {
-        fs::create_directories(folder / ("old" + std::to_string(i)));
-        options.olderBuilds.push_back(folder / ("old" + std::to_string(i)));
-      }
+      options.olderBuilds = olderBuilds;
       options.workers = workers;
       options.bytesInFlight = bytes;
       std::vector<std::string> told;
