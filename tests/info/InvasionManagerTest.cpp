@@ -1,4 +1,7 @@
+#include "info/InvasionDepartments.h"
+
 #include <ZRVKit/ZRVBundle.h>
+#include <ZRVKit/ZRVException.h>
 #include <ZRVKit/ZRVHosts.h>
 #include <ZRVKit/ZRVInvasionManager.h>
 #include <ZRVKit/ZRVInvasionTracker.h>
@@ -147,4 +150,19 @@ TEST_F(InvasionFeed, MalformedEntriesAreLeftOut) {
   auto baseline = ZRVInvasionTracker::invasionTracker().invasions().at(record["id"].get<std::string>());
   EXPECT_TRUE(baseline["as_of"].is_string());
   EXPECT_EQ(baseline["defeated"], " 4");
+}
+
+TEST(InvasionDepartments, OnlyLetterCaseIsIgnored) {
+  const auto& table = InvasionDepartments::gameDepartments();
+  EXPECT_EQ(table.departmentForType("shell\x03SHOCKER"), "Southwing");
+  EXPECT_EQ(table.departmentForType("WAVE-breaker"), "Westwing");
+  for (const char* unknown : {"Wave breaker", "Wave_breaker", "Foghorn ", "Kelp and Co.", "", "Admiral Nobody"}) {
+    EXPECT_EQ(table.departmentForType(unknown), "Northwing") << unknown;
+  }
+}
+
+TEST(InvasionDepartments, MalformedTablesAreRefused) {
+  for (const char* json : {"", "{}", "[]", R"([{"department": "A"}])", R"([{"department": "A", "types": [1]}])"}) {
+    EXPECT_THROW(InvasionDepartments{json}, ZRVException) << json;
+  }
 }

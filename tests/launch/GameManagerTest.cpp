@@ -1,3 +1,5 @@
+#include <ZRVKit/SSZipArchive.h>
+#include <ZRVKit/ZRVBundle.h>
 #include <ZRVKit/ZRVGameManager.h>
 #include <ZRVKit/ZRVJSON.h>
 #include <ZRVKit/ZRVMainQueue.h>
@@ -55,6 +57,27 @@ class GameManagerTest : public testing::Test {
   }
 
   ZRVJSON readReport() const { return ZRVJSON::parse(readFile(report)); }
+};
+
+// A launcher bundle in a temporary folder, optionally holding "Frameworks.zip", and a container beside it.
+class OneTimeSetupTest : public GameManagerTest {
+ protected:
+  fs::path resources = temporary / "Resources";
+  std::optional<fs::path> previousResources = ZRVBundle::mainBundle().resourceDirectory();
+
+  OneTimeSetupTest() {
+    fs::create_directories(resources);
+    ZRVBundle::mainBundle().setResourceDirectory(resources);
+  }
+  ~OneTimeSetupTest() override { ZRVBundle::mainBundle().setResourceDirectory(previousResources); }
+
+  void makeFrameworksArchive(bool withResourceForks) {
+    const fs::path tree = temporary / "tree";
+    writeFile(tree / "Frameworks" / "Cg.framework" / "Cg", "framework");
+    writeFile(tree / "Libraries.bundle" / "libextra.so", "library");
+    if (withResourceForks) writeFile(tree / "__MACOSX" / "Frameworks" / "._Cg", "fork");
+    ASSERT_TRUE(SSZipArchive::createZipFileAtPath(resources / "Frameworks.zip", tree));
+  }
 };
 
 }  // namespace
@@ -137,4 +160,42 @@ TEST_F(GameManagerTest, GamesThatCannotStartReport1000WithoutStarted) {
     EXPECT_NE(log.lines()[0].find(": exception "), std::string::npos) << log.lines()[0];
     EXPECT_EQ(log.lines()[0].find("cookie"), std::string::npos) << "never log the cookie";
   }
+}
+
+TEST_F(OneTimeSetupTest, UnpacksTheFrameworksIntoTheContainerAndTidiesUp) {
+  for (bool withResourceForks : {true, false}) {
+    fs::remove_all(container);
+    makeFrameworksArchive(withResourceForks);
+    LogCapture log;
+    ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+    EXPECT_EQ(readFile(container / "Frameworks" / "Cg.framework" / "Cg"), "framework");
+    EXPECT_EQ(readFile(container / "Libraries.bundle" / "libextra.so"), "library");
+    EXPECT_FALSE(fs::exists(container / "Frameworks.zip"));
+    EXPECT_FALSE(fs::exists(container / "__MACOSX"));
+    // A missing resource-fork folder is no failure worth a line.
+    EXPECT_TRUE(log.lines().empty()) << withResourceForks << ": " << log.lines().front();
+  }
+}
+
+TEST_F(OneTimeSetupTest, NothingHappensWithoutAnArchiveOrWithALeftOverCopy) {
+  {
+    ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+    EXPECT_FALSE(fs::exists(container / "Frameworks"));
+  }
+  makeFrameworksArchive(false);
+  fs::create_directories(container);
+  writeFile(container / "Frameworks.zip", "left over from a failed unpacking");
+  ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+  EXPECT_FALSE(fs::exists(container / "Frameworks"));
+  EXPECT_EQ(readFile(container / "Frameworks.zip"), "left over from a failed unpacking");
+}
+
+TEST_F(OneTimeSetupTest, AFailedUnpackingIsLoggedAndKeepsTheCopy) {
+  writeFile(resources / "Frameworks.zip", "not an archive");
+  LogCapture log;
+  ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+  EXPECT_TRUE(fs::exists(container / "Frameworks.zip"));
+  EXPECT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(log.contains("-[ZRVGameManager sharedManager]+"));
+  EXPECT_TRUE(log.contains(": error (null)."));
 }

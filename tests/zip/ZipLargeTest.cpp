@@ -1,6 +1,5 @@
 // Archives that need the 64-bit extension of the format: more than 65,535 entries, and an entry of more
 // than 4 GiB. The large entry is a sparse file, streamed through every reader and writer, never held whole.
-#include "ZipPeers.h"
 #include "ZipTestSupport.h"
 
 #include <ZRVKit/SSZipArchive.h>
