@@ -18,11 +18,10 @@ TEST(Unzip, InfoZipArchiveUnpacksLikeInfoZip) {
   writeFile(tree / "private" / "secret", std::string(100000, 'x'));
   writeFile(tree / "empty", "");
   fs::create_directories(tree / "nested" / "deeper" / "deepest");
-  fs::permissions(tree / "bin" / "tool", fs::perms(0755));
-  fs::permissions(tree / "bin" / "setuid", fs::perms(04750));
-  fs::permissions(tree / "private" / "secret", fs::perms(0600));
-  fs::permissions(tree / "private", fs::perms(0700));
-  fs::permissions(tree / "readme.txt", fs::perms(0444));
+  for (const auto& [name, mode] : std::vector<std::pair<const char*, unsigned>>{
+           {"bin/tool", 0755}, {"bin/setuid", 04750}, {"private/secret", 0600}, {"private", 0700}, {"readme.txt", 0444}}) {
+    fs::permissions(tree / name, fs::perms(mode));
+  }
   // DOS dates keep even seconds only; Info-ZIP also stores exact times, so the tree uses even seconds.
   std::time_t when = localTime(2021, 3, 4, 10, 20, 30);
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(tree)) {

@@ -60,15 +60,12 @@ TEST(ZipPeers, FolderArchivesHoldLinkedFilesAndNeverLoop) {
   writeFile(tree / "real.txt", "real");
   writeFile(tree / "sub" / "inner.txt", "inner");
   writeFile(temporary / "outside.txt", "outside");
-  fs::create_symlink("real.txt", tree / "to-file");
-  fs::create_symlink("../outside.txt", tree / "to-outside");
-  fs::create_symlink("sub", tree / "to-sub");
-  fs::create_symlink(".", tree / "to-itself");
-  fs::create_symlink("..", tree / "sub" / "to-parent");
-  fs::create_symlink(tree, tree / "sub" / "to-top");
-  fs::create_symlink("ring-b", tree / "ring-a");
-  fs::create_symlink("ring-a", tree / "ring-b");
-  fs::create_symlink("missing", tree / "broken");
+  for (const auto& [target, link] : std::vector<std::pair<fs::path, fs::path>>{
+           {"real.txt", "to-file"}, {"../outside.txt", "to-outside"}, {"sub", "to-sub"}, {".", "to-itself"},
+           {"..", "sub/to-parent"}, {tree, "sub/to-top"}, {"ring-b", "ring-a"}, {"ring-a", "ring-b"},
+           {"missing", "broken"}}) {
+    fs::create_symlink(target, tree / link);
+  }
   ASSERT_EQ(mkfifo((tree / "pipe").c_str(), 0600), 0);
 
   const fs::path archive = temporary / "links.zip";
