@@ -19,7 +19,8 @@ TEST(Unzip, InfoZipArchiveUnpacksLikeInfoZip) {
   writeFile(tree / "empty", "");
   fs::create_directories(tree / "nested" / "deeper" / "deepest");
   for (const auto& [name, mode] : std::vector<std::pair<const char*, unsigned>>{
-           {"bin/tool", 0755}, {"bin/setuid", 04750}, {"private/secret", 0600}, {"private", 0700}, {"readme.txt", 0444}}) {
+           {"bin/tool", 0755}, {"bin/setuid", 04750}, {"private/secret", 0600}, {"private", 0700},
+           {"readme.txt", 0444}}) {
     fs::permissions(tree / name, fs::perms(mode));
   }
   // DOS dates keep even seconds only; Info-ZIP also stores exact times, so the tree uses even seconds.

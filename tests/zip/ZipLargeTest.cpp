@@ -50,8 +50,8 @@ void makeLargeFile(const fs::path& path) {
   const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   ASSERT_GE(file, 0);
   ASSERT_EQ(::ftruncate(file, static_cast<off_t>(kLargeSize)), 0);
-  for (const auto& [mark, offset] : {std::pair<std::string, std::uint64_t>{"start", 0}, {"across 4 GiB", 0x100000000ull - 6},
-                                      {"end", kLargeSize - 3}}) {
+  for (const auto& [mark, offset] : {std::pair<std::string, std::uint64_t>{"start", 0},
+                                      {"across 4 GiB", 0x100000000ull - 6}, {"end", kLargeSize - 3}}) {
     ASSERT_EQ(::pwrite(file, mark.data(), mark.size(), static_cast<off_t>(offset)), static_cast<ssize_t>(mark.size()));
   }
   ::close(file);
