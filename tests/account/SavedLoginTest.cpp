@@ -73,7 +73,6 @@ class SavedLogins : public ::testing::TestWithParam<std::string>, protected Stor
     if (store().copyMatching(query, &match) != SecretStatus::success) return std::nullopt;
     return match.data;
   }
-
 };
 
 INSTANTIATE_TEST_SUITE_P(Stores, SavedLogins, ::testing::Values("file", "secret-service"),
