@@ -20,24 +20,22 @@ class GlobalsTest : public ::testing::Test {
 };
 
 TEST_F(GlobalsTest, ContainerFollowsTheServerType) {
-  struct Case {
+  const struct {
     long type;
     const char* folder;
-    bool developer;
-    bool test;
-  } cases[] = {{0, "Quillmoor", false, false},
-               {1, "Quillmoor", false, true},
-               {2, "Quillmoor Development", true, false},
+    bool developer, test;
+  } cases[] = {{0, "Quillmoor", false, false}, {1, "Quillmoor", false, true}, {2, "Quillmoor Development", true, false},
                {7, "Quillmoor", false, false}};
   for (const auto& c : cases) {
     globals.setServerType(c.type);
-    EXPECT_EQ(globals.containerURL(), home / c.folder) << c.type;
-    EXPECT_TRUE(fs::is_directory(home / c.folder)) << c.type;
+    const fs::path folder = home / c.folder;
+    EXPECT_EQ(globals.containerURL(), folder) << c.type;
+    EXPECT_TRUE(fs::is_directory(folder)) << c.type;
     EXPECT_EQ(globals.isDeveloperLauncher(), c.developer);
     EXPECT_EQ(globals.isTestLauncher(), c.test);
-    EXPECT_EQ(globals.gameSettingsFileURL(), home / c.folder / "settings.json");
-    EXPECT_EQ(globals.logsDirectoryURL(), home / c.folder / "logs");
-    EXPECT_EQ(globals.screenshotsDirectoryURL(), home / c.folder / "screenshots");
+    EXPECT_EQ(
+        (std::vector{globals.gameSettingsFileURL(), globals.logsDirectoryURL(), globals.screenshotsDirectoryURL()}),
+        (std::vector{folder / "settings.json", folder / "logs", folder / "screenshots"}));
   }
   EXPECT_FALSE(fs::exists(home / "Quillmoor" / "logs"));  // sub-locations are not created
 }
@@ -46,8 +44,7 @@ TEST_F(GlobalsTest, WithoutADataFolderTheContainerIsCorrupt) {
   ScopedEnvironment noData("XDG_DATA_HOME", std::nullopt);
   ScopedEnvironment noHome("HOME", "/proc/zrvkit-cannot-exist");
   try {
-    globals.containerURL();
-    FAIL() << "expected an exception";
+    FAIL() << globals.containerURL() << " instead of an exception";
   } catch (const ZRVException& exception) {
     EXPECT_EQ(exception.name(), "Application Corruption");
     EXPECT_EQ(exception.reason(), "The application has been corrupted and resources are missing.");
@@ -70,44 +67,23 @@ TEST_F(GlobalsTest, LogFilesNewestFirstWithoutFolders) {
   EXPECT_GE(records[0].created, records[1].created);
 }
 
-TEST_F(GlobalsTest, CopyIntoContainerOnlyWhenMissing) {
+// Every outcome as "success" or the error's POSIX code, one per callback: none when nothing happened.
+TEST_F(GlobalsTest, CopyIntoContainerOnlyWhenMissingAndRemoveReportEveryOutcome) {
   TemporaryDirectory source;
-  writeFile(source / "Frameworks.zip", "first");
-  int calls = 0;
-  auto count = [&](bool success, std::optional<ZRVError> error) {
-    ++calls;
-    EXPECT_TRUE(success);
-    EXPECT_FALSE(error);
+  const fs::path copy = globals.containerURL() / "Frameworks.zip";
+  std::vector<std::string> outcomes;
+  auto record = [&](bool success, std::optional<ZRVError> error) {
+    const bool missing = !success && error && error->hasUnderlyingPOSIX(ENOENT);
+    outcomes.push_back(success && !error ? "success" : missing ? "ENOENT" : "something else");
   };
-  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", count);
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(readFile(globals.containerURL() / "Frameworks.zip"), "first");
-
+  writeFile(source / "Frameworks.zip", "first");
+  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", record);
   writeFile(source / "Frameworks.zip", "second");
-  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", count);
-  EXPECT_EQ(calls, 1);  // already there: nothing happens, no callback
-  EXPECT_EQ(readFile(globals.containerURL() / "Frameworks.zip"), "first");
-
-  std::optional<ZRVError> failure;
-  globals.checkCopyItemAtURLToContainer(source / "missing.zip", [&](bool success, std::optional<ZRVError> error) {
-    EXPECT_FALSE(success);
-    failure = error;
-  });
-  ASSERT_TRUE(failure);
-  EXPECT_TRUE(failure->hasUnderlyingPOSIX(ENOENT));
-}
-
-TEST_F(GlobalsTest, RemoveReportsEveryOutcome) {
-  fs::path file = globals.containerURL() / "Frameworks.zip";
-  writeFile(file, "x");
-  std::vector<std::pair<bool, std::optional<ZRVError>>> outcomes;
-  auto record = [&](bool success, std::optional<ZRVError> error) { outcomes.emplace_back(success, error); };
-  globals.removeItemAtURLFromContainer(file, record);
-  globals.removeItemAtURLFromContainer(file, record);
-  ASSERT_EQ(outcomes.size(), 2u);
-  EXPECT_TRUE(outcomes[0].first);
-  EXPECT_FALSE(fs::exists(file));
-  EXPECT_FALSE(outcomes[1].first);
-  ASSERT_TRUE(outcomes[1].second);
-  EXPECT_TRUE(outcomes[1].second->hasUnderlyingPOSIX(ENOENT));
+  globals.checkCopyItemAtURLToContainer(source / "Frameworks.zip", record);  // already there: nothing happens
+  EXPECT_EQ(readFile(copy), "first");
+  globals.checkCopyItemAtURLToContainer(source / "missing.zip", record);
+  globals.removeItemAtURLFromContainer(copy, record);
+  EXPECT_FALSE(fs::exists(copy));
+  globals.removeItemAtURLFromContainer(copy, record);
+  EXPECT_EQ(outcomes, (std::vector<std::string>{"success", "ENOENT", "success", "ENOENT"}));
 }

@@ -1,3 +1,5 @@
+#include <ZRVKit/SSZipArchive.h>
+#include <ZRVKit/ZRVBundle.h>
 #include <ZRVKit/ZRVGameManager.h>
 #include <ZRVKit/ZRVJSON.h>
 #include <ZRVKit/ZRVMainQueue.h>
@@ -57,58 +59,71 @@ class GameManagerTest : public testing::Test {
   ZRVJSON readReport() const { return ZRVJSON::parse(readFile(report)); }
 };
 
+// A launcher bundle in a temporary folder, optionally holding "Frameworks.zip", and a container beside it.
+class OneTimeSetupTest : public GameManagerTest {
+ protected:
+  fs::path resources = temporary / "Resources";
+  std::optional<fs::path> previousResources = ZRVBundle::mainBundle().resourceDirectory();
+
+  OneTimeSetupTest() {
+    fs::create_directories(resources);
+    ZRVBundle::mainBundle().setResourceDirectory(resources);
+  }
+  ~OneTimeSetupTest() override { ZRVBundle::mainBundle().setResourceDirectory(previousResources); }
+
+  void makeFrameworksArchive(bool withResourceForks) {
+    const fs::path tree = temporary / "tree";
+    writeFile(tree / "Frameworks" / "Cg.framework" / "Cg", "framework");
+    writeFile(tree / "Libraries.bundle" / "libextra.so", "library");
+    if (withResourceForks) writeFile(tree / "__MACOSX" / "Frameworks" / "._Cg", "fork");
+    ASSERT_TRUE(SSZipArchive::createZipFileAtPath(resources / "Frameworks.zip", tree));
+  }
+};
+
 }  // namespace
 
-TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptors) {
+TEST_F(GameManagerTest, GameGetsItsEnvironmentFolderAndOnlyTheStandardDescriptorsAndItsStatusIsReported) {
   installGame();
   ScopedEnvironment inheritedLoaderPath("LD_LIBRARY_PATH", "/inherited/lib");
   ScopedEnvironment inheritedDyld("DYLD_LIBRARY_PATH", "/inherited/dyld");
+  ScopedEnvironment inheritedCookie("ZRV_PLAYCOOKIE", "stale");
   ScopedEnvironment unrelated("ZRV_UNRELATED", "passed on");
   // A descriptor the launcher leaves open without close-on-exec must still not reach the game.
   int leaked = open("/dev/null", O_RDONLY);
   ASSERT_GE(leaked, 3);
-
-  ZRVGameManager manager;
-  Run run = startAndWait(manager, "the-cookie", "game.example:7000", true);
-  close(leaked);
-  EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"}));
-  EXPECT_EQ(run.status, 0);
-  EXPECT_GT(manager.task(), 0);
-
-  ZRVJSON game = readReport();
-  const ZRVJSON& environment = game["environment"];
   const std::string root = container.string();
-  EXPECT_EQ(environment["ZRV_PLAYCOOKIE"], "the-cookie");
-  EXPECT_EQ(environment["ZRV_GAMESERVER"], "game.example:7000");
-  EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "1");
-  EXPECT_EQ(environment["DYLD_LIBRARY_PATH"], root + "/Libraries.bundle");
-  EXPECT_EQ(environment["DYLD_FRAMEWORK_PATH"], root + "/Frameworks");
-  EXPECT_EQ(environment["LD_LIBRARY_PATH"], root + "/Libraries.bundle:" + root + "/Frameworks");
-  EXPECT_EQ(environment["ZRV_UNRELATED"], "passed on");
-  EXPECT_EQ(game["directory"], root);
-  EXPECT_EQ(game["descriptors"], (ZRVJSON{0, 1, 2}));
-}
-
-TEST_F(GameManagerTest, ExitStatusesAndAbsentValues) {
-  installGame();
-  ScopedEnvironment inheritedCookie("ZRV_PLAYCOOKIE", "stale");
-  struct Case {
-    const char* variable;
-    const char* value;
+  const ZRVJSON always = {{"DYLD_LIBRARY_PATH", root + "/Libraries.bundle"},
+                          {"DYLD_FRAMEWORK_PATH", root + "/Frameworks"},
+                          {"LD_LIBRARY_PATH", root + "/Libraries.bundle:" + root + "/Frameworks"},
+                          {"ZRV_UNRELATED", "passed on"}};
+  const struct {
+    const char *variable, *value;  // how the game ends
+    std::optional<std::string> cookie, server;
+    bool persistent;
     int status;
+    ZRVJSON environment;  // null: absent
+  } cases[] = {
+      {"ZRV_FAKE_GAME_EXIT", "0", "the-cookie", "game.example:7000", true, 0,
+       {{"ZRV_PLAYCOOKIE", "the-cookie"}, {"ZRV_GAMESERVER", "game.example:7000"}, {"ZRV_PERSISTCOOKIE", "1"}}},
+      {"ZRV_FAKE_GAME_EXIT", "7", std::nullopt, std::nullopt, false, 7,
+       {{"ZRV_PLAYCOOKIE", nullptr}, {"ZRV_GAMESERVER", nullptr}, {"ZRV_PERSISTCOOKIE", "0"}}},
+      {"ZRV_FAKE_GAME_SIGNAL", "15", std::nullopt, std::nullopt, false, 128 + 15, {{"ZRV_PLAYCOOKIE", nullptr}}},
   };
-  const Case cases[] = {{"ZRV_FAKE_GAME_EXIT", "7", 7}, {"ZRV_FAKE_GAME_SIGNAL", "15", 128 + 15}};
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     ScopedEnvironment outcome(c.variable, c.value);
     ZRVGameManager manager;
-    Run run = startAndWait(manager, std::nullopt, std::nullopt, false);
-    EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"})) << c.variable;
-    EXPECT_EQ(run.status, c.status) << c.variable;
-    ZRVJSON environment = readReport()["environment"];
-    EXPECT_EQ(environment["ZRV_PERSISTCOOKIE"], "0");
-    EXPECT_FALSE(environment.contains("ZRV_PLAYCOOKIE"));
-    EXPECT_FALSE(environment.contains("ZRV_GAMESERVER"));
+    Run run = startAndWait(manager, c.cookie, c.server, c.persistent);
+    EXPECT_EQ(run.events, (std::vector<std::string>{"started", "exited"})) << c.value;
+    EXPECT_EQ(run.status, c.status);
+    EXPECT_GT(manager.task(), 0);
+    ZRVJSON game = readReport();
+    for (const auto& expected : {always, c.environment}) {
+      for (const auto& [name, value] : expected.items()) EXPECT_EQ(game["environment"][name], value) << name;
+    }
+    EXPECT_EQ(game["directory"], root);
+    EXPECT_EQ(game["descriptors"], (ZRVJSON{0, 1, 2}));
   }
+  close(leaked);
 }
 
 TEST_F(GameManagerTest, GamesThatEndAtOnceStillReportStartedFirst) {
@@ -120,40 +135,67 @@ TEST_F(GameManagerTest, GamesThatEndAtOnceStillReportStartedFirst) {
   for (int i = 0; i < kGames; ++i) {
     manager.startGameWithCookie(
         "cookie", "server", false, [&, i](bool) { events[i].push_back("started"); },
-        [&, i](bool, int) {
-          events[i].push_back("exited");
-          ++ended;
-        });
+        [&, i](bool, int) { events[i].push_back("exited"); ++ended; });
   }
   ASSERT_TRUE(ZRVOperationQueue::mainQueue().runUntil([&] { return ended == kGames; }, 20s));
   for (const auto& game : events) EXPECT_EQ(game, (std::vector<std::string>{"started", "exited"}));
 }
 
 TEST_F(GameManagerTest, GamesThatCannotStartReport1000WithoutStarted) {
-  struct Case {
-    const char* what;
-    std::function<void(const fs::path& executable)> prepare;
-  };
-  const Case cases[] = {
-      {"missing", [](const fs::path&) {}},
-      {"not executable", [](const fs::path& executable) { writeFile(executable, "#!/bin/sh\nexit 0\n"); }},
-  };
-  for (const Case& c : cases) {
+  for (const char* what : {"missing", "not executable"}) {
     fs::remove_all(container);
     fs::create_directories(container);
-    c.prepare(container / "Quillmoor");
+    if (what[0] == 'n') writeFile(container / "Quillmoor", "#!/bin/sh\nexit 0\n");
     LogCapture log;
     ZRVGameManager manager;
     manager.setTask(4242);  // an earlier game
     Run run = startAndWait(manager, "cookie", "server", false);
-    EXPECT_EQ(manager.task(), 0) << c.what;
-    EXPECT_EQ(run.events, (std::vector<std::string>{"exited"})) << c.what;
-    EXPECT_EQ(run.status, 1000) << c.what;
-    ASSERT_EQ(log.lines().size(), 1u) << c.what;
+    EXPECT_EQ(manager.task(), 0) << what;
+    EXPECT_EQ(run.events, (std::vector<std::string>{"exited"})) << what;
+    EXPECT_EQ(run.status, 1000) << what;
+    ASSERT_EQ(log.lines().size(), 1u) << what;
     EXPECT_TRUE(log.lines()[0].starts_with(
         "-[ZRVGameManager startGameWithCookie:andGameserver:andPersistent:started:exited:]+"))
         << log.lines()[0];
     EXPECT_NE(log.lines()[0].find(": exception "), std::string::npos) << log.lines()[0];
     EXPECT_EQ(log.lines()[0].find("cookie"), std::string::npos) << "never log the cookie";
   }
+}
+
+TEST_F(OneTimeSetupTest, UnpacksTheFrameworksIntoTheContainerAndTidiesUp) {
+  for (bool withResourceForks : {true, false}) {
+    fs::remove_all(container);
+    makeFrameworksArchive(withResourceForks);
+    LogCapture log;
+    ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+    EXPECT_EQ(readFile(container / "Frameworks" / "Cg.framework" / "Cg"), "framework");
+    EXPECT_EQ(readFile(container / "Libraries.bundle" / "libextra.so"), "library");
+    EXPECT_FALSE(fs::exists(container / "Frameworks.zip"));
+    EXPECT_FALSE(fs::exists(container / "__MACOSX"));
+    // A missing resource-fork folder is no failure worth a line.
+    EXPECT_TRUE(log.lines().empty()) << withResourceForks << ": " << log.lines().front();
+  }
+}
+
+TEST_F(OneTimeSetupTest, NothingHappensWithoutAnArchiveOrWithALeftOverCopy) {
+  {
+    ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+    EXPECT_FALSE(fs::exists(container / "Frameworks"));
+  }
+  makeFrameworksArchive(false);
+  fs::create_directories(container);
+  writeFile(container / "Frameworks.zip", "left over from a failed unpacking");
+  ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+  EXPECT_FALSE(fs::exists(container / "Frameworks"));
+  EXPECT_EQ(readFile(container / "Frameworks.zip"), "left over from a failed unpacking");
+}
+
+TEST_F(OneTimeSetupTest, AFailedUnpackingIsLoggedAndKeepsTheCopy) {
+  writeFile(resources / "Frameworks.zip", "not an archive");
+  LogCapture log;
+  ZRVGameManager manager(ZRVGameManager::SetUp::frameworks);
+  EXPECT_TRUE(fs::exists(container / "Frameworks.zip"));
+  EXPECT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(log.contains("-[ZRVGameManager sharedManager]+"));
+  EXPECT_TRUE(log.contains(": error (null)."));
 }

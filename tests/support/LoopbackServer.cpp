@@ -3,28 +3,20 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <strings.h>
+
 #include <algorithm>
-#include <cctype>
-
-namespace {
-
-bool sameText(const std::string& a, const std::string& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-  });
-}
-
-}  // namespace
 
 std::string RecordedRequest::header(const std::string& name) const {
   for (const auto& [key, value] : headers) {
-    if (sameText(key, name)) return value;
+    if (strcasecmp(key.c_str(), name.c_str()) == 0) return value;
   }
   return "";
 }
 
 bool RecordedRequest::hasHeader(const std::string& name) const {
-  return std::any_of(headers.begin(), headers.end(), [&](const auto& entry) { return sameText(entry.first, name); });
+  return std::any_of(headers.begin(), headers.end(),
+                     [&](const auto& entry) { return strcasecmp(entry.first.c_str(), name.c_str()) == 0; });
 }
 
 ScriptedResponse ScriptedResponse::json(std::string body, int status) {
@@ -43,15 +35,10 @@ ScriptedResponse ScriptedResponse::text(std::string body, int status) {
 LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>()) {
   // Every request reaches one catch-all handler, after its body has been read.
   auto answer = [this](const httplib::Request& raw, httplib::Response& response) {
-    RecordedRequest request;
-    request.method = raw.method;
-    request.path = raw.path;
-    request.target = raw.target;
-    request.body = raw.body;
+    RecordedRequest request{raw.method, raw.path, raw.target, {}, raw.body};
     for (const auto& [name, value] : raw.headers) {
-      if (name != "REMOTE_ADDR" && name != "REMOTE_PORT" && name != "LOCAL_ADDR" && name != "LOCAL_PORT") {
-        request.headers.emplace_back(name, value);
-      }
+      // httplib adds the connection's addresses as headers of its own
+      if (!name.starts_with("REMOTE_") && !name.starts_with("LOCAL_")) request.headers.emplace_back(name, value);
     }
     Handler handler;
     {

@@ -128,20 +128,3 @@ TEST(GameManifest, FoldersAreMadeInsideTheInstallAndNeverThroughALink) {
   EXPECT_NE(problems[0].find("linked/inside/x.bin"), std::string::npos);
   EXPECT_NE(problems[1].find("plain/x.bin"), std::string::npos);
 }
-
-TEST(GameUpdateResult, ExitCodesAndTheDocumentSayTheSameAsTheLines) {
-  GameUpdateResult result;
-  result.outcome = GameUpdateResult::Outcome::failed;
-  result.message = "the game is not up to date";
-  result.badFiles.push_back({"data/a.bin", "3f", "da39", 0, "http://127.0.0.1:9/unsynced/content/", 404});
-  EXPECT_EQ(result.exitCode(), 1);
-  ZRVJSON document = result.document();
-  EXPECT_EQ(document["upToDate"], false);
-  EXPECT_EQ(document["badFiles"][0]["status"], 404);
-  EXPECT_EQ(document["badFiles"][0]["servedBy"], "http://127.0.0.1:9/unsynced/content/");
-  result.outcome = GameUpdateResult::Outcome::unreachable;
-  EXPECT_EQ(result.exitCode(), 3);
-  EXPECT_EQ(result.document()["outcome"], "unreachable");
-  result.outcome = GameUpdateResult::Outcome::upToDate;
-  EXPECT_EQ(result.exitCode(), 0);
-}

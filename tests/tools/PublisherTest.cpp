@@ -39,14 +39,8 @@ std::string noise(std::uint64_t seed, std::size_t size) {
 }
 
 struct BuildFile {
-  std::string name;
-  std::string newContents;
+  std::string name, newContents;
   std::vector<std::string> olderContents;  // one per older build; "" leaves the file out of that build
-};
-
-struct PublishCase {
-  const char* what;
-  std::vector<BuildFile> files;
 };
 
 }  // namespace
@@ -56,7 +50,10 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
   std::string changed = big;
   changed[1000] ^= 1;
   changed.insert(5000, "inserted bytes");
-  const PublishCase cases[] = {
+  const struct {
+    const char* what;
+    std::vector<BuildFile> files;
+  } cases[] = {
       {"whole files only", {{"a.dat", noise(2, 5000), {}}, {"b/c.dat", "", {}}, {"b/d e.dat", "text", {}}}},
       {"one older build",
        {{"big.dat", changed, {big}}, {"same.dat", "same", {"same"}}, {"new.dat", "new", {""}}, {"x/y.dat", big, {changed}}}},
@@ -74,12 +71,13 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
   for (const auto& publishCase : cases) {
     SCOPED_TRACE(publishCase.what);
     TemporaryDirectory folder;
-    std::size_t olderCount = 0;
+    std::vector<fs::path> olderBuilds;
     for (const auto& file : publishCase.files) {
       writeFile(folder / "new" / file.name, file.newContents);
-      olderCount = std::max(olderCount, file.olderContents.size());
       for (std::size_t i = 0; i < file.olderContents.size(); ++i) {
-        if (!file.olderContents[i].empty()) writeFile(folder / ("old" + std::to_string(i)) / file.name, file.olderContents[i]);
+        if (i == olderBuilds.size()) olderBuilds.push_back(folder / ("old" + std::to_string(i)));
+        fs::create_directories(olderBuilds[i]);
+        if (!file.olderContents[i].empty()) writeFile(olderBuilds[i] / file.name, file.olderContents[i]);
       }
     }
     // (name, workers, bytes in flight): the last squeezes every patch to run alone.
@@ -90,15 +88,11 @@ TEST(Publisher, OutputIsTheSameForOneAndForSeveralWorkers) {
       PublishOptions options;
       options.newBuild = folder / "new";
       options.output = folder / ("out-" + name);
-      for (std::size_t i = 0; i < olderCount; ++i) {
-        fs::create_directories(folder / ("old" + std::to_string(i)));
-        options.olderBuilds.push_back(folder / ("old" + std::to_string(i)));
-      }
+      options.olderBuilds = olderBuilds;
       options.workers = workers;
       options.bytesInFlight = bytes;
       std::vector<std::string> told;
-      std::thread::id caller = std::this_thread::get_id();
-      options.progress = [&](const std::string& file, std::size_t) {
+      options.progress = [&, caller = std::this_thread::get_id()](const std::string& file, std::size_t) {
         EXPECT_EQ(std::this_thread::get_id(), caller);
         told.push_back(file);
       };

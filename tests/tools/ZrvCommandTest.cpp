@@ -1,10 +1,15 @@
 // The zrv command's interface: exit codes and messages that scripts and launchers depend on.
 
+#include "serve/DemoServer.h"
 #include "support/LoopbackServer.h"
 #include "support/ShellCommand.h"
 #include "support/TemporaryDirectory.h"
 
+#include <ZRVKit/ZRVJSON.h>
+
 #include <gtest/gtest.h>
+#include <httplib.h>
+
 #include <cstdlib>
 
 namespace {
@@ -106,4 +111,34 @@ TEST_F(ZrvCommand, UnzipTakesThePasswordFromStandardInput) {
   EXPECT_EQ(right.status, 0) << right.output;
   EXPECT_EQ(readFile(home / "out" / "locked.txt"), "behind a password");
   EXPECT_EQ(zrv("unzip locked.zip out --password-stdin --password s3cret").status, 2);
+}
+
+TEST(ZrvServe, TheLoginServiceChecksTheTwoFactorCodeAndQueuesForTheSetNumberOfTurns) {
+  DemoServer served;  // what `zrv serve` runs
+  httplib::Client client("127.0.0.1", served.start("127.0.0.1", 0));
+  // Each step's "success", following "partial" with the code and "delayed" with the queue token.
+  const struct {
+    const char *account, *password, *code, *steps;
+  } cases[] = {
+      {"player", "quillmoor", "", "true"},
+      {"player", "guessed", "", "false"},
+      {"twofactor", "quillmoor", "123457", "partial false"},
+      {"twofactor", "quillmoor", "123456", "partial true"},
+      {"queued", "quillmoor", "", "delayed delayed delayed true"},
+      {"demo", "quillmoor", "123456", "partial delayed delayed true"},
+  };
+  for (const auto& c : cases) {
+    std::string form = std::string("username=") + c.account + "&password=" + c.password, steps;
+    for (int step = 0; step < 10 && !form.empty(); ++step) {
+      auto answer = client.Post("/api/login", form, "application/x-www-form-urlencoded");
+      ASSERT_TRUE(answer && answer->status == 200) << c.account;
+      ZRVJSON document = ZRVJSON::parse(answer->body);
+      std::string success = document.value("success", "");
+      steps += (steps.empty() ? "" : " ") + success;
+      form = success == "delayed" ? "queueToken=" + document.value("queueToken", "") : "";
+      const std::string token = document.value("responseToken", "");
+      if (success == "partial") form = std::string("appToken=") + c.code + "&authToken=" + token;
+    }
+    EXPECT_EQ(steps, c.steps) << c.account << " " << c.code;
+  }
 }

@@ -18,11 +18,11 @@ TEST(Unzip, InfoZipArchiveUnpacksLikeInfoZip) {
   writeFile(tree / "private" / "secret", std::string(100000, 'x'));
   writeFile(tree / "empty", "");
   fs::create_directories(tree / "nested" / "deeper" / "deepest");
-  fs::permissions(tree / "bin" / "tool", fs::perms(0755));
-  fs::permissions(tree / "bin" / "setuid", fs::perms(04750));
-  fs::permissions(tree / "private" / "secret", fs::perms(0600));
-  fs::permissions(tree / "private", fs::perms(0700));
-  fs::permissions(tree / "readme.txt", fs::perms(0444));
+  for (const auto& [name, mode] : std::vector<std::pair<const char*, unsigned>>{
+           {"bin/tool", 0755}, {"bin/setuid", 04750}, {"private/secret", 0600}, {"private", 0700},
+           {"readme.txt", 0444}}) {
+    fs::permissions(tree / name, fs::perms(mode));
+  }
   // DOS dates keep even seconds only; Info-ZIP also stores exact times, so the tree uses even seconds.
   std::time_t when = localTime(2021, 3, 4, 10, 20, 30);
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(tree)) {
@@ -41,16 +41,15 @@ TEST(Unzip, InfoZipArchiveUnpacksLikeInfoZip) {
 }
 
 TEST(Unzip, DOSDatesDecodeAsLocalTime) {
-  struct Case {
+  const struct {
     unsigned long dosDate;
     std::time_t expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {(44ul << 25) | (5 << 21) | (1 << 16) | (12 << 11) | (32 << 5) | 15, localTime(2024, 5, 1, 12, 32, 30)},
       {(0ul << 25) | (1 << 21) | (1 << 16), localTime(1980, 1, 1, 0, 0, 0)},
       {(43ul << 25) | (12 << 21) | (31 << 16) | (23 << 11) | (59 << 5) | 29, localTime(2023, 12, 31, 23, 59, 58)},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     TemporaryDirectory temporary;
     craftArchive(temporary / "dated.zip", {{"folder/", "", 0, 0, c.dosDate}, {"folder/file", "x", 8, 0, c.dosDate}});
     ASSERT_TRUE(SSZipArchive::unzipFileAtPath(temporary / "dated.zip", temporary / "out"));
@@ -77,15 +76,6 @@ TEST(Unzip, OnlyStoredEntriesMarkedInTheLowBitsAreLinks) {
     EXPECT_EQ(readFile(out / file), "target.txt") << file;
   }
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(out / "empty-link")));
-
-  // Info-ZIP marks its links in the upper bits only, so its links arrive as files holding the target.
-  const fs::path source = temporary / "source";
-  writeFile(source / "real", "real");
-  fs::create_symlink("real", source / "alias");
-  ASSERT_EQ(runCommand("cd " + quoted(source) + " && zip -qy " + quoted(temporary / "y.zip") + " real alias"), 0);
-  ASSERT_TRUE(SSZipArchive::unzipFileAtPath(temporary / "y.zip", temporary / "y"));
-  EXPECT_FALSE(fs::is_symlink(temporary / "y" / "alias"));
-  EXPECT_EQ(readFile(temporary / "y" / "alias"), "real");
 }
 
 TEST(Unzip, OpeningFailuresProduceErrors) {
@@ -96,16 +86,15 @@ TEST(Unzip, OpeningFailuresProduceErrors) {
   writeFile(temporary / "garbage.zip", "this is not a zip archive at all, not even close to one");
   // An end record behind other bytes (a self-extractor's stub) is still an archive of no entries.
   writeFile(temporary / "stub.zip", std::string("stub") + readFile(temporary / "empty.zip"));
-  struct Case {
+  const struct {
     fs::path archive;
     long code;
     const char* description;
-  };
-  const Case cases[] = {{temporary / "missing.zip", -1, "failed to open zip file"},
+  } cases[] = {{temporary / "missing.zip", -1, "failed to open zip file"},
                         {temporary / "garbage.zip", -1, "failed to open zip file"},
                         {temporary / "empty.zip", -2, "failed to open first file in zip file"},
                         {temporary / "stub.zip", -2, "failed to open first file in zip file"}};
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     std::optional<ZRVError> error;
     EXPECT_FALSE(SSZipArchive::unzipFileAtPath(c.archive, temporary / "out", true, std::nullopt, &error));
     ASSERT_TRUE(error) << c.archive;
@@ -122,16 +111,17 @@ TEST(Unzip, BackslashNamesOverwriteOffAndDelegateNotices) {
   craftArchive(temporary / "a.zip", {{"dir\\sub\\file.txt", "deep"}, {"exists", "x"}, {"second", "y"}});
   writeFile(temporary / "out" / "exists", "keep");
   std::vector<std::string> notices;
+  const auto entry = [&](const char* what) {
+    return [&, what](long index, long total, const fs::path&, const unz_file_info&) {
+      notices.push_back(what + std::to_string(index) + "/" + std::to_string(total));
+    };
+  };
   SSZipArchiveDelegate delegate;
   delegate.zipArchiveWillUnzipArchiveAtPath = [&](const fs::path&, const unz_global_info& info) {
     notices.push_back("will archive " + std::to_string(info.number_entry));
   };
-  delegate.zipArchiveWillUnzipFileAtIndex = [&](long index, long total, const fs::path&, const unz_file_info&) {
-    notices.push_back("will " + std::to_string(index) + "/" + std::to_string(total));
-  };
-  delegate.zipArchiveDidUnzipFileAtIndex = [&](long index, long total, const fs::path&, const unz_file_info&) {
-    notices.push_back("did " + std::to_string(index) + "/" + std::to_string(total));
-  };
+  delegate.zipArchiveWillUnzipFileAtIndex = entry("will ");
+  delegate.zipArchiveDidUnzipFileAtIndex = entry("did ");
   delegate.zipArchiveDidUnzipArchiveAtPath = [&](const fs::path&, const unz_global_info&, const fs::path& path) {
     notices.push_back("did archive " + path.filename().string());
   };

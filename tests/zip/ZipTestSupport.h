@@ -1,9 +1,10 @@
 #pragma once
-// Archives made entry by entry with minizip, so that tests control names, attributes, methods and dates.
+// Archives made entry by entry with minizip, so that tests control names, attributes, methods and dates; the
+// independent zip implementations that archives are checked against: Info-ZIP's zip/unzip, 7-Zip and Python's
+// zipfile, each driven through its command line.
 
 #include <ctime>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,3 +34,18 @@ std::time_t modificationTime(const std::filesystem::path& path);
 
 /// The moment of a local date and time, as a zip entry's DOS date means it.
 std::time_t localTime(int year, int month, int day, int hour, int minute, int second);
+
+struct ZipPeer {
+  std::string name;
+  /// Writes `archive` from everything inside `folder` (names relative to it), compressing fast.
+  int (*archiveFolder)(const std::filesystem::path& archive, const std::filesystem::path& folder);
+  /// The peer's own integrity test of every entry (sizes and checksums): 0 when it passes.
+  int (*test)(const std::filesystem::path& archive);
+  /// Unpacks `archive` into `destination`: 0 when every entry was unpacked.
+  int (*extract)(const std::filesystem::path& archive, const std::filesystem::path& destination);
+};
+
+const std::vector<ZipPeer>& zipPeers();
+
+/// Whether two files hold the same bytes (compared by `cmp`, which reads large files fast).
+bool sameContents(const std::filesystem::path& one, const std::filesystem::path& other);
