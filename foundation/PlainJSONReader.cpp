@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace zrv {
 
@@ -15,7 +16,7 @@ struct NotPlain {};
 class PlainReader {
  public:
   PlainReader(std::string_view text, int maxDepth)
-      : at_(text.data()), end_(text.data() + text.size()), maxDepth_(maxDepth) {}
+      : at_(text.data()), end_(text.data() + text.size()), maxDepth_(maxDepth), gathered_(std::max(maxDepth, 0)) {}
 
   ZRVJSON document() {
     ZRVJSON value = readValue(0);
@@ -40,23 +41,32 @@ class PlainReader {
     }
   }
 
+  // The members are gathered in a list kept for this depth, then moved into an object sized for them once:
+  // growing each object member by member cost more than reading it.
   ZRVJSON readObject(int open) {
     if (open >= maxDepth_) throw NotPlain{};
     ++at_;
     ZRVJSON object(ZRVJSON::value_t::object);
-    auto& members = object.get_ref<ZRVJSON::object_t&>();
     if (nextIs('}')) return object;
+    Members& members = gathered_[static_cast<std::size_t>(open)];
+    members.clear();
     for (;;) {
       skipSpace();
       if (at_ == end_ || *at_ != '"') throw NotPlain{};
       std::string name = readText();
       if (!nextIs(':')) throw NotPlain{};
-      // A name that comes again keeps its first place and takes the last value.
-      members[std::move(name)] = readValue(open + 1);
+      ZRVJSON value = readValue(open + 1);
+      members.emplace_back(std::move(name), std::move(value));
       if (nextIs(',')) continue;
-      if (nextIs('}')) return object;
+      if (nextIs('}')) break;
       throw NotPlain{};
     }
+    auto& objectMembers = object.get_ref<ZRVJSON::object_t&>();
+    objectMembers.reserve(members.size());
+    // A name that comes again keeps its first place and takes the last value.
+    for (auto& [name, value] : members) objectMembers[std::move(name)] = std::move(value);
+    members.clear();
+    return object;
   }
 
   ZRVJSON readArray(int open) {
@@ -146,9 +156,12 @@ class PlainReader {
     return true;
   }
 
+  using Members = std::vector<std::pair<std::string, ZRVJSON>>;
+
   const char* at_;
   const char* const end_;
   const int maxDepth_;
+  std::vector<Members> gathered_;  // one list per depth, reused by every object at that depth; never resized
 };
 
 }  // namespace

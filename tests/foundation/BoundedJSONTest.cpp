@@ -56,6 +56,7 @@ TEST(BoundedJSON, TheQuickReaderBuildsWhatNlohmannBuildsOrGivesUp) {
       {R"({"b": 1, "a": [true, false, null, -0, 0, 123456789012345678, -7], "a": {}, "c": []})", true},
       {"{\"s\": \"q\\\" b\\\\ s\\/ \\b\\f\\n\\r\\t end\", \"e\": \"\"}", true},
       {" \r\n\t[ ]\n", true},
+      {R"({"x": {"y": {"z": 1, "w": [{"v": 2}, {}]}, "u": 3}, "t": {"s": "r"}})", true},
       {"\"top\"", true},
       {"-12", true},
       {nestedJSON(64, "[", "]"), true},
