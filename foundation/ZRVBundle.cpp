@@ -130,11 +130,9 @@ void ZRVBundle::setBuiltInTable(std::string table, std::string language, std::st
   loaded_.clear();
 }
 
-std::shared_ptr<const ZRVBundle::Table> ZRVBundle::tableFor(std::string_view table,
-                                                            const std::string& language) const {
-  std::string key = std::string(table) + "." + language;
-  std::lock_guard lock(mutex_);
-  if (auto found = loaded_.find(key); found != loaded_.end()) return found->second;
+const ZRVBundle::Table& ZRVBundle::tableForLocked(std::string_view table, std::string_view language) const {
+  std::string key = std::string(table) + "." + std::string(language);
+  if (auto found = loaded_.find(key); found != loaded_.end()) return *found->second;
 
   std::string text;
   if (resourceDirectory_) {
@@ -159,14 +157,16 @@ std::shared_ptr<const ZRVBundle::Table> ZRVBundle::tableFor(std::string_view tab
     }
   }
   loaded_[key] = parsed;
-  return parsed;
+  return *parsed;
 }
 
+// One look under the lock: every status text of an update comes through here, from several threads at once.
 std::string ZRVBundle::localizedString(std::string_view key, std::string_view value, std::string_view table) const {
-  std::string preferred = language();
-  for (const std::string& language : {preferred, std::string("en")}) {
-    auto strings = tableFor(table, language);
-    if (auto found = strings->find(key); found != strings->end()) return found->second;
+  std::lock_guard lock(mutex_);
+  const std::string preferred = language_ ? *language_ : languageFromEnvironment();
+  for (const std::string_view language : {std::string_view(preferred), std::string_view("en")}) {
+    const Table& strings = tableForLocked(table, language);
+    if (auto found = strings.find(key); found != strings.end()) return found->second;
     if (language == "en") break;
   }
   return std::string(value);

@@ -8,6 +8,7 @@
 // A file's place is a Ticket, handed to `start`. The place is given back when the ticket is released or
 // destroyed, whichever comes first, and only then: a ticket cannot be copied, and a released ticket is empty.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -66,6 +67,7 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
       std::lock_guard lock(mutex_);
       if (!waiting_.empty() || !fits(bytes)) {
         waiting_.push_back({bytes, std::move(start)});
+        anyWaiting_.store(true, std::memory_order_release);
         return;
       }
       admit(bytes);
@@ -80,9 +82,10 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
   }
 
   /// True while no file waits and another would find a free place by count (its bytes may still hold it back).
+  /// Read without the lock, as a hint for a caller deciding whether to make its next file now: `enter` decides,
+  /// so a stale answer costs at most a file that waits for its turn.
   bool hasFreePlace() const {
-    std::lock_guard lock(mutex_);
-    return waiting_.empty() && count_ < width_;
+    return !anyWaiting_.load(std::memory_order_acquire) && placesTaken_.load(std::memory_order_acquire) < width_;
   }
 
   /// Called on the releasing thread, outside the gate's lock, each time a place is given back and the waiting
@@ -115,6 +118,8 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
         starting.push_back(std::move(waiting_.front()));
         waiting_.pop_front();
       }
+      anyWaiting_.store(!waiting_.empty(), std::memory_order_release);
+      placesTaken_.store(count_, std::memory_order_release);
       refill = refill_;
     }
     for (auto& file : starting) file.start(Ticket(shared_from_this(), file.bytes));
@@ -127,6 +132,7 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
   void admit(std::uintmax_t bytes) {
     ++count_;
     bytesInFlight_ += bytes;
+    placesTaken_.store(count_, std::memory_order_release);
   }
 
   const std::size_t width_;
@@ -135,6 +141,8 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
   std::size_t count_ = 0;
   std::uintmax_t bytesInFlight_ = 0;
   std::deque<Waiting> waiting_;
+  std::atomic<std::size_t> placesTaken_{0};  // count_ and whether anything waits, for hasFreePlace
+  std::atomic<bool> anyWaiting_{false};
   std::shared_ptr<const std::function<void()>> refill_;
 };
 

@@ -90,27 +90,13 @@ void FileItemFeed::start(FileGate& gate, Next next, std::shared_ptr<ZRVOperation
   feed->fill();
 }
 
+// Each call asks for one look at the gate. The thread that finds no look under way makes them all, its own and
+// those asked for meanwhile, so the list is never walked on two threads at once and no freed place is missed.
 void FileItemFeed::fill() {
-  {
-    std::lock_guard lock(mutex_);
-    if (ended_) return;
-    if (filling_) {
-      lookAgain_ = true;
-      return;
-    }
-    filling_ = true;
-  }
-  for (;;) {
-    bool more = true;
-    while (more && gate_.hasFreePlace()) more = addNext();
-    std::lock_guard lock(mutex_);
-    if (!more) ended_ = true;
-    if (!more || !lookAgain_) {
-      filling_ = false;
-      return;
-    }
-    lookAgain_ = false;
-  }
+  if (looksAsked_.fetch_add(1, std::memory_order_acq_rel) != 0) return;
+  do {
+    while (!ended_ && gate_.hasFreePlace()) ended_ = !addNext();
+  } while (looksAsked_.fetch_sub(1, std::memory_order_acq_rel) != 1);
 }
 
 bool FileItemFeed::addNext() {

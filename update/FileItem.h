@@ -8,10 +8,10 @@
 
 #include "update/FileGate.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -71,10 +71,8 @@ class FileItemFeed {
   FileGate& gate_;
   Next next_;
   const std::shared_ptr<ZRVOperation> final_;
-  std::mutex mutex_;
-  bool filling_ = false;
-  bool lookAgain_ = false;
-  bool ended_ = false;
+  std::atomic<int> looksAsked_{0};
+  bool ended_ = false;  // only the thread making the looks reads or writes it
 };
 
 /// Queues `final` once every item has ended, then lets the items through the run's gate in their order.

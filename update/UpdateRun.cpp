@@ -9,16 +9,18 @@ namespace fs = std::filesystem;
 namespace zrv::update {
 
 UpdateRun::UpdateRun()
-    : manifest_(std::make_shared<const ZRVJSON>(ZRVJSON::object())),
+    : updateHandler_(std::make_shared<const ZRVPatcher::UpdateHandler>()),
+      manifest_(std::make_shared<const ZRVJSON>(ZRVJSON::object())),
+      mirrorURLs_(std::make_shared<const std::vector<ZRVURL>>()),
       gate_(FileGate::make(ZRVPatcher::kFilesInFlight, ZRVPatcher::kBytesInFlight)) {}
 
 UpdateRun::UpdateRun(const UpdateRun& previous, fs::path location, Handlers handlers)
     : location_(std::move(location)),
-      updateHandler_(std::move(handlers.update)),
+      updateHandler_(std::make_shared<const ZRVPatcher::UpdateHandler>(std::move(handlers.update))),
       completionHandler_(std::move(handlers.completion)),
       failureHandler_(std::move(handlers.failure)),
       manifest_(previous.manifest()),
-      mirrorURLs_(previous.mirrorURLs()),
+      mirrorURLs_(previous.sharedMirrorURLs()),
       error_(previous.error()),
       updateSuccessful_(previous.updateSuccessful()),
       baseProgress_(ZRVPatcher::kBaseProgress),
@@ -26,11 +28,22 @@ UpdateRun::UpdateRun(const UpdateRun& previous, fs::path location, Handlers hand
       gate_(FileGate::make(ZRVPatcher::kFilesInFlight, ZRVPatcher::kBytesInFlight)) {}
 
 ZRV_LOCKED_PROPERTY(UpdateRun, fs::path, location, setLocation, location_)
-ZRV_LOCKED_PROPERTY(UpdateRun, ZRVPatcher::UpdateHandler, updateHandler, setUpdateHandler, updateHandler_)
+ZRV_LOCKED_PROPERTY(UpdateRun, std::shared_ptr<const ZRVPatcher::UpdateHandler>, sharedUpdateHandler,
+                    setSharedUpdateHandler, updateHandler_)
+ZRV_LOCKED_PROPERTY(UpdateRun, std::shared_ptr<const std::vector<ZRVURL>>, sharedMirrorURLs, setSharedMirrorURLs,
+                    mirrorURLs_)
 ZRV_LOCKED_PROPERTY(UpdateRun, ZRVPatcher::CompletionHandler, completionHandler, setCompletionHandler, completionHandler_)
 ZRV_LOCKED_PROPERTY(UpdateRun, ZRVPatcher::FailureHandler, failureHandler, setFailureHandler, failureHandler_)
 ZRV_LOCKED_PROPERTY(UpdateRun, std::shared_ptr<const ZRVJSON>, manifest, setManifest, manifest_)
-ZRV_LOCKED_PROPERTY(UpdateRun, std::vector<ZRVURL>, mirrorURLs, setMirrorURLs, mirrorURLs_)
+
+ZRVPatcher::UpdateHandler UpdateRun::updateHandler() const { return *sharedUpdateHandler(); }
+void UpdateRun::setUpdateHandler(ZRVPatcher::UpdateHandler handler) {
+  setSharedUpdateHandler(std::make_shared<const ZRVPatcher::UpdateHandler>(std::move(handler)));
+}
+std::vector<ZRVURL> UpdateRun::mirrorURLs() const { return *sharedMirrorURLs(); }
+void UpdateRun::setMirrorURLs(std::vector<ZRVURL> mirrors) {
+  setSharedMirrorURLs(std::make_shared<const std::vector<ZRVURL>>(std::move(mirrors)));
+}
 ZRV_LOCKED_PROPERTY(UpdateRun, std::optional<ZRVError>, error, setError, error_)
 
 void UpdateRun::clearOutcome() {
@@ -47,7 +60,8 @@ void UpdateRun::recordFileFailure(const ZRVError& error) {
 }
 
 void UpdateRun::reportStatus(const std::string& text) const {
-  if (auto handler = updateHandler()) handler(text, progress());
+  const auto handler = sharedUpdateHandler();
+  if (*handler) (*handler)(text, progress());
 }
 
 void UpdateRun::reportOutcome() const {

@@ -50,6 +50,8 @@ class UpdateRun {
   void setManifest(std::shared_ptr<const ZRVJSON> manifest);
   std::vector<ZRVURL> mirrorURLs() const;
   void setMirrorURLs(std::vector<ZRVURL> mirrors);
+  /// The same list without a copy, for the file items that each read it.
+  std::shared_ptr<const std::vector<ZRVURL>> sharedMirrorURLs() const;
 
   std::optional<ZRVError> error() const;
   void setError(std::optional<ZRVError> error);
@@ -83,13 +85,18 @@ class UpdateRun {
   FileGate& gate() const { return *gate_; }
 
  private:
+  std::shared_ptr<const ZRVPatcher::UpdateHandler> sharedUpdateHandler() const;
+  void setSharedUpdateHandler(std::shared_ptr<const ZRVPatcher::UpdateHandler> handler);
+  void setSharedMirrorURLs(std::shared_ptr<const std::vector<ZRVURL>> mirrors);
+
   mutable std::mutex mutex_;
   std::filesystem::path location_;
-  ZRVPatcher::UpdateHandler updateHandler_;
+  // Shared, so that reporting a status or handing a file the mirrors copies a pointer, not a function or a list.
+  std::shared_ptr<const ZRVPatcher::UpdateHandler> updateHandler_;
   ZRVPatcher::CompletionHandler completionHandler_;
   ZRVPatcher::FailureHandler failureHandler_;
   std::shared_ptr<const ZRVJSON> manifest_;
-  std::vector<ZRVURL> mirrorURLs_;
+  std::shared_ptr<const std::vector<ZRVURL>> mirrorURLs_;
   std::optional<ZRVError> error_;
   std::atomic<bool> updateSuccessful_{true};
   std::atomic<double> baseProgress_{0};

@@ -124,10 +124,11 @@ std::uintmax_t bytesHeldWhileUpdating(const ZRVManagedFile& file) {
   return ZRVManagedFile::kBytesHeldWhileUpdating;
 }
 
-std::optional<std::string> textMember(const ZRVJSON& entry, const char* key) {
+// The member's text where it lies in the document, or nothing when it is missing or no text.
+const std::string* textMember(const ZRVJSON& entry, const char* key) {
   auto found = entry.find(key);
-  if (found == entry.end() || !found->is_string()) return std::nullopt;
-  return found->get<std::string>();
+  if (found == entry.end() || !found->is_string()) return nullptr;
+  return &found->get_ref<const std::string&>();
 }
 
 // A game file of this platform that the manifest describes fully, with its manifest entry.
@@ -187,7 +188,8 @@ class GameFileList {
 FileWork managedFileWork(const std::shared_ptr<UpdateRun>& run, std::shared_ptr<ZRVManagedFile> file,
                          std::shared_ptr<const ZRVJSON> manifest, const ZRVJSON* patches) {
   return [run, file = std::move(file), manifest = std::move(manifest), patches](const FileCallbacks& callbacks) {
-    const std::vector<ZRVURL> mirrors = run->mirrorURLs();
+    const auto shared = run->sharedMirrorURLs();
+    const std::vector<ZRVURL>& mirrors = *shared;
     try {
       file->update(mirrors, *patches, callbacks.status, callbacks.completion, callbacks.failure, callbacks.settledSilently);
     } catch (const std::exception& exception) {

@@ -48,7 +48,8 @@ class ZRVKIT_EXPORT ZRVBundle {
 
  private:
   using Table = std::map<std::string, std::string, std::less<>>;
-  std::shared_ptr<const Table> tableFor(std::string_view table, const std::string& language) const;
+  /// The table, read on first use and kept; call with `mutex_` held.
+  const Table& tableForLocked(std::string_view table, std::string_view language) const;
 
   mutable std::mutex mutex_;
   std::string identifier_;
