@@ -22,15 +22,17 @@ ZRVURL urlOf(const LoopbackServer& server, const std::string& path) {
 
 ZRVHTTPResult fetch(ZRVHTTPRequest request) { return ZRVHTTPClient::sharedClient().sendSynchronousRequest(request); }
 
+// `response` after `change`: for answers that wait, break off, never end or redirect.
+ScriptedResponse with(ScriptedResponse response, const std::function<void(ScriptedResponse&)>& change) {
+  change(response);
+  return response;
+}
+
 }  // namespace
 
 TEST(HTTPClient, AsynchronousAnswersArriveOnTheNamedQueue) {
   LoopbackServer server;
-  server.on("GET", "/slow", [] {
-    auto response = ScriptedResponse::text("late", 503);
-    response.delay = 200ms;
-    return response;
-  }());
+  server.on("GET", "/slow", with(ScriptedResponse::text("late", 503), [](auto& r) { r.delay = 200ms; }));
   server.on("GET", "/fast", ScriptedResponse::text("early"));
   std::promise<std::string> order;
   std::mutex mutex;
@@ -52,27 +54,11 @@ TEST(HTTPClient, AsynchronousAnswersArriveOnTheNamedQueue) {
 
 TEST(HTTPClient, TransportFailuresHaveNoBody) {
   LoopbackServer server;
-  server.on("GET", "/stall", [] {
-    auto response = ScriptedResponse::text("never", 200);
-    response.delay = 60s;  // cut short when the server stops
-    return response;
-  }());
-  server.on("GET", "/drop", [] {
-    auto response = ScriptedResponse::text(std::string(10000, 'a'));
-    response.dropConnection = true;
-    return response;
-  }());
-  server.on("GET", "/endless", [] {
-    auto response = ScriptedResponse::text("");
-    response.endless = true;
-    return response;
-  }());
-  server.on("GET", "/moved", [] {
-    auto response = ScriptedResponse::text("", 302);
-    response.headers = {{"Location", "/elsewhere"}};
-    return response;
-  }());
-
+  // The stall is cut short when the server stops.
+  server.on("GET", "/stall", with(ScriptedResponse::text("never"), [](auto& r) { r.delay = 60s; }));
+  server.on("GET", "/drop", with(ScriptedResponse::text(std::string(10000, 'a')), [](auto& r) { r.dropConnection = true; }));
+  server.on("GET", "/endless", with(ScriptedResponse::text(""), [](auto& r) { r.endless = true; }));
+  server.on("GET", "/moved", with(ScriptedResponse::text("", 302), [](auto& r) { r.headers = {{"Location", "/elsewhere"}}; }));
   auto stall = ZRVHTTPRequest::GET(urlOf(server, "/stall"));
   stall.idleTimeout = 300ms;
   auto endless = ZRVHTTPRequest::GET(urlOf(server, "/endless"));
@@ -111,11 +97,7 @@ TEST(HTTPClient, BodiesForADescriptorAreWrittenThereNotHeld) {
   LoopbackServer server;
   const std::string text(300 * 1024, 'x');
   server.on("GET", "/file", ScriptedResponse::text(text));
-  server.on("GET", "/endless", [] {
-    auto response = ScriptedResponse::text("");
-    response.endless = true;
-    return response;
-  }());
+  server.on("GET", "/endless", with(ScriptedResponse::text(""), [](auto& r) { r.endless = true; }));
   struct Case {
     const char* name;
     const char* path;
@@ -150,9 +132,7 @@ TEST(HTTPClient, BodiesForADescriptorAreWrittenThereNotHeld) {
 TEST(HTTPClient, SlowButSteadyTransfersAreNotCutOff) {
   // The time-out is about silence, not about the length of the whole transfer.
   LoopbackServer server;
-  auto steady = ScriptedResponse::text(std::string(6 * 1024, 's'));
-  steady.trickleInterval = 300ms;
-  server.on("GET", "/steady", steady);
+  server.on("GET", "/steady", with(ScriptedResponse::text(std::string(6 * 1024, 's')), [](auto& r) { r.trickleInterval = 300ms; }));
   auto request = ZRVHTTPRequest::GET(urlOf(server, "/steady"));
   request.idleTimeout = 1s;
   auto started = std::chrono::steady_clock::now();
@@ -211,14 +191,10 @@ TEST(HTTPClient, AnObserverHearsEachTransferOnTheThreadThatMakesIt) {
   EXPECT_EQ(std::vector<std::string>(observer.events.begin(), observer.events.begin() + 3),
             (std::vector<std::string>{"start " + urlOf(server, "/missing").absoluteString(), "progress", "end"}));
   ASSERT_EQ(observer.ends.size(), 2u);
-  EXPECT_TRUE(observer.ends[0].succeeded);
-  EXPECT_EQ(observer.ends[0].statusCode, 404);
-  EXPECT_EQ(observer.ends[0].expectedLength, 3000u);
-  EXPECT_EQ(observer.ends[0].received, 3000u);
-  EXPECT_FALSE(observer.ends[1].succeeded);
-  EXPECT_FALSE(observer.ends[1].statusCode);
-  EXPECT_FALSE(observer.ends[1].failure.empty());
-  EXPECT_NE(observer.ends[0].identifier, observer.ends[1].identifier);
+  const ZRVTransferState &page = observer.ends[0], &dead = observer.ends[1];
+  EXPECT_TRUE(page.succeeded && page.statusCode == 404 && page.expectedLength == 3000u && page.received == 3000u);
+  EXPECT_TRUE(!dead.succeeded && !dead.statusCode && !dead.failure.empty());
+  EXPECT_NE(page.identifier, dead.identifier);
   // The asynchronous transfer's thread, then this one for the synchronous read.
   EXPECT_EQ(observer.threads.size(), 2u);
   EXPECT_TRUE(observer.threads.count(std::this_thread::get_id()));

@@ -29,6 +29,10 @@ bool eventually(const std::function<bool()>& done, std::chrono::seconds guard = 
   return true;
 }
 
+bool settlesBackToOneThreadPerCore() {
+  return eventually([] { return ZRVOperationQueue::workQueue().threadCount() <= cores(); }, 30s);
+}
+
 // Keeps a thread busy on the processor for about `length` of its own processor time.
 void spin(std::chrono::milliseconds length) {
   timespec start{}, now{};
@@ -40,13 +44,22 @@ void spin(std::chrono::milliseconds length) {
   } while ((now.tv_sec - start.tv_sec) * 1000 + (now.tv_nsec - start.tv_nsec) / 1000000 < length.count());
 }
 
-// The work queue's threads beyond those already there when a test began.
-struct ThreadGrowth {
-  std::size_t before = ZRVOperationQueue::workQueue().threadCount();
-  ThreadGrowth() { ZRVOperationQueue::workQueue().resetPeakThreadCount(); }
-  std::size_t peak() const { return ZRVOperationQueue::workQueue().peakThreadCount(); }
-  std::size_t allowing(std::size_t extra) const { return std::max(before, cores()) + extra; }
-};
+// Runs `items` items of `work` on the work queue and returns the most threads it had beyond those there
+// before (or one per core, if that is more).
+std::size_t extraThreadsRunning(int items, const std::function<void()>& work) {
+  auto& queue = ZRVOperationQueue::workQueue();
+  const std::size_t before = std::max(queue.threadCount(), cores());
+  queue.resetPeakThreadCount();
+  std::atomic<int> done{0};
+  for (int i = 0; i < items; ++i) {
+    queue.addOperationWithBlock([&] {
+      work();
+      ++done;
+    });
+  }
+  EXPECT_TRUE(eventually([&] { return done.load() == items; }));
+  return queue.peakThreadCount() > before ? queue.peakThreadCount() - before : 0;
+}
 
 }  // namespace
 
@@ -61,36 +74,6 @@ TEST(WorkQueue, IsOneSharedQueueRunningOffTheMainThread) {
   EXPECT_EQ(queue, &ZRVOperationQueue::workQueue());
 }
 
-TEST(WorkQueue, DependenciesOrderOperations) {
-  ZRVOperationQueue queue("ordered");
-  std::mutex mutex;
-  std::vector<int> order;
-  auto record = [&](int step) {
-    return ZRVOperation::operationWithBlock([&, step] {
-      // The last file item is slow: a final step that ran after its first dependency would overtake it.
-      std::this_thread::sleep_for(step == 20 ? 100ms : 1ms);
-      std::lock_guard lock(mutex);
-      order.push_back(step);
-    });
-  };
-  // final depends on every file item; each file item depends on a preparation step
-  auto prepare = record(0);
-  std::vector<std::shared_ptr<ZRVOperation>> files;
-  auto final = record(99);
-  for (int i = 1; i <= 20; ++i) {
-    files.push_back(record(i));
-    files.back()->addDependency(prepare);
-    final->addDependency(files.back());
-  }
-  queue.addOperation(final);  // added first, runs last
-  queue.addOperations(files, false);
-  queue.addOperation(prepare);
-  final->waitUntilFinished();
-  ASSERT_EQ(order.size(), 22u);
-  EXPECT_EQ(order.front(), 0);
-  EXPECT_EQ(order.back(), 99);
-}
-
 TEST(WorkQueue, DelayedOperationsWaitTheirTurn) {
   std::promise<std::chrono::steady_clock::time_point> ranAt;
   auto start = std::chrono::steady_clock::now();
@@ -101,7 +84,8 @@ TEST(WorkQueue, DelayedOperationsWaitTheirTurn) {
 }
 
 TEST(WorkQueue, AsynchronousOperationsFinishWhenTheySaySo) {
-  // An item that waits for a callback holds no thread; what depends on it waits for the callback.
+  // An item that waits for a callback holds no thread; what depends on it waits for the callback, even once
+  // its other dependency has ended.
   std::function<void()> finishLater;
   std::mutex mutex;
   auto waiting = ZRVOperation::asynchronousOperationWithBlock([&](std::function<void()> finish) {
@@ -110,13 +94,15 @@ TEST(WorkQueue, AsynchronousOperationsFinishWhenTheySaySo) {
   });
   std::atomic<bool> dependentRan{false};
   auto dependent = ZRVOperation::operationWithBlock([&] { dependentRan = true; });
+  auto quick = ZRVOperation::operationWithBlock([] {});
   dependent->addDependency(waiting);
+  dependent->addDependency(quick);
   ZRVOperationQueue::workQueue().addOperations({waiting, dependent}, false);
-  auto deadline = std::chrono::steady_clock::now() + 5s;
-  for (;;) {
+  ZRVOperationQueue::workQueue().addOperation(quick);  // ends while the dependent is queued and waiting
+  eventually([&] {
     std::lock_guard lock(mutex);
-    if (finishLater || std::chrono::steady_clock::now() > deadline) break;
-  }
+    return bool(finishLater);
+  });
   std::this_thread::sleep_for(50ms);
   EXPECT_FALSE(waiting->isFinished());
   EXPECT_FALSE(dependentRan.load());
@@ -131,21 +117,11 @@ TEST(WorkQueue, AsynchronousOperationsFinishWhenTheySaySo) {
 }
 
 TEST(WorkQueue, TwoThousandItemsThatQueueAnItemAndWaitOnItFinishOnFewThreads) {
-  // Each inner item is still waiting when its outer item waits on it, so the outer item runs it itself.
-  constexpr int kItems = 2000;
-  ThreadGrowth growth;
-  std::atomic<int> finished{0};
-  for (int i = 0; i < kItems; ++i) {
-    ZRVOperationQueue::workQueue().addOperationWithBlock([&finished] {
-      auto inner = ZRVOperationQueue::workQueue().addOperationWithBlock([] {});
-      inner->waitUntilFinished();
-      ++finished;
-    });
-  }
-  ASSERT_TRUE(eventually([&] { return finished.load() == kItems; }));
-  // A waiter is replaced only while its inner item runs elsewhere, and then that item makes progress.
-  EXPECT_LE(growth.peak(), growth.allowing(cores() + 2));
-  EXPECT_TRUE(eventually([] { return ZRVOperationQueue::workQueue().threadCount() <= cores(); }, 30s));
+  // Each inner item is still waiting when its outer item waits on it, so the outer item runs it itself. A
+  // waiter is replaced only while its inner item runs elsewhere, and then that item makes progress.
+  EXPECT_LE(extraThreadsRunning(2000, [] { ZRVOperationQueue::workQueue().addOperationWithBlock([] {})->waitUntilFinished(); }),
+            cores() + 2);
+  EXPECT_TRUE(settlesBackToOneThreadPerCore());
 }
 
 TEST(WorkQueue, TwoThousandItemsWaitingOnAPartnerQueuedBehindThemFinish) {
@@ -163,7 +139,7 @@ TEST(WorkQueue, TwoThousandItemsWaitingOnAPartnerQueuedBehindThemFinish) {
   // Until its partner is queued an item waits for whoever queues it, which the queue cannot see, so a slow
   // producer costs threads; once queued, each partner runs on its waiter's thread.
   ASSERT_TRUE(eventually([&] { return finished.load() == 2 * kItems; }));
-  EXPECT_TRUE(eventually([] { return ZRVOperationQueue::workQueue().threadCount() <= cores(); }, 30s));
+  EXPECT_TRUE(settlesBackToOneThreadPerCore());
 }
 
 TEST(WorkQueue, TwoThousandWaitersOnAnOutsideLatchFinishOnceReleased) {
@@ -189,36 +165,29 @@ TEST(WorkQueue, TwoThousandWaitersOnAnOutsideLatchFinishOnceReleased) {
   }
   opened.notify_all();
   ASSERT_TRUE(eventually([&] { return done.load() == kWaiters; }));
-  EXPECT_TRUE(eventually([] { return ZRVOperationQueue::workQueue().threadCount() <= cores(); }, 30s));
+  EXPECT_TRUE(settlesBackToOneThreadPerCore());
 }
 
 TEST(WorkQueue, WaitsForWorkTheLibraryHoldsBackAddNoThreads) {
   // One turn at a time, handed from item to item: the waiters wait for running work, not for queued work.
-  ThreadGrowth growth;
   std::mutex mutex;
   std::condition_variable turnFree;
   bool taken = false;
-  std::atomic<int> done{0};
-  constexpr int kItems = 10;
-  for (int i = 0; i < kItems; ++i) {
-    ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
-      {
-        ZRVOperationQueue::HeldBackScope heldBack;
-        std::unique_lock lock(mutex);
-        turnFree.wait(lock, [&] { return !taken; });
-        taken = true;
-      }
-      spin(100ms);  // longer than a waiter may sleep before it counts as stuck
-      {
-        std::lock_guard lock(mutex);
-        taken = false;
-      }
-      turnFree.notify_one();
-      ++done;
-    });
-  }
-  ASSERT_TRUE(eventually([&] { return done.load() == kItems; }));
-  EXPECT_LE(growth.peak(), growth.allowing(0));
+  auto takeTurn = [&] {
+    {
+      ZRVOperationQueue::HeldBackScope heldBack;
+      std::unique_lock lock(mutex);
+      turnFree.wait(lock, [&] { return !taken; });
+      taken = true;
+    }
+    spin(100ms);  // longer than a waiter may sleep before it counts as stuck
+    {
+      std::lock_guard lock(mutex);
+      taken = false;
+    }
+    turnFree.notify_one();
+  };
+  EXPECT_EQ(extraThreadsRunning(10, takeTurn), 0u);
 }
 
 TEST(WorkQueue, ABusyMachineAddsNoThreadsForQueuedWork) {
@@ -226,17 +195,7 @@ TEST(WorkQueue, ABusyMachineAddsNoThreadsForQueuedWork) {
   // wait: its threads are kept from running, not blocked, and more of them would not help.
   BusyProcesses busy(static_cast<unsigned>(cores()));
   ASSERT_EQ(busy.size(), cores());
-  ThreadGrowth growth;
-  std::atomic<int> done{0};
-  constexpr int kItems = 60;
-  for (int i = 0; i < kItems; ++i) {
-    ZRVOperationQueue::workQueue().addOperationWithBlock([&] {
-      spin(10ms);
-      ++done;
-    });
-  }
-  ASSERT_TRUE(eventually([&] { return done.load() == kItems; }));
-  EXPECT_LE(growth.peak(), growth.allowing(0));
+  EXPECT_EQ(extraThreadsRunning(60, [] { spin(10ms); }), 0u);
 }
 
 TEST(WorkQueue, AQueueRunsExactlyAsManyAtOnceAsItsWidthAndCarriesOnPastThrowingOperations) {

@@ -1,43 +1,24 @@
 // Our own block decoder must never accept a block libbz2 refuses, nor decode one to other bytes; on the blocks
 // bzip2 itself writes it must not need libbz2 at all.
 
+#include "tests/support/Libbz2Reference.h"
 #include "tests/update/PatchBuilder.h"
 #include "update/bzip2/BZip2BlockDecoder.h"
 #include "update/bzip2/BZip2CRC.h"
 #include "update/bzip2/BZip2Blocks.h"
 
-#include <bzlib.h>
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 using namespace zrv::bzip2;  // the codec's internals under test
 
 namespace {
 
-/// libbz2's answer for the block framed as a stream of its own: its bytes, or nothing. `putOut` gets what it
-/// wrote before it gave up, if it did.
-std::optional<std::string> libbz2Decode(const ZRVData& stream, Block block, std::string* putOut = nullptr) {
-  const ZRVData framed =
-      BZip2Blocks::singleBlockStream(stream.data(), stream.size(), block.start, block.end, stream[3]);
-  bz_stream decoder{};
-  if (BZ2_bzDecompressInit(&decoder, 0, 0) != BZ_OK) return std::nullopt;
-  decoder.next_in = const_cast<char*>(reinterpret_cast<const char*>(framed.data()));
-  decoder.avail_in = static_cast<unsigned int>(framed.size());
-  std::string out;
-  int result;
-  do {
-    char buffer[65536];
-    decoder.next_out = buffer;
-    decoder.avail_out = sizeof buffer;
-    result = BZ2_bzDecompress(&decoder);
-    out.append(buffer, sizeof buffer - decoder.avail_out);
-  } while (result == BZ_OK && (decoder.avail_in > 0 || decoder.avail_out == 0));
-  const bool accepted = result == BZ_STREAM_END && decoder.avail_in == 0;
-  BZ2_bzDecompressEnd(&decoder);
-  if (putOut) *putOut = out;
-  return accepted ? std::optional(out) : std::nullopt;
+/// libbz2's answer for the block framed as a stream of its own: what it put out, and whether it finished.
+libbz2::Decoded libbz2Decode(const ZRVData& stream, Block block) {
+  const ZRVData framed = BZip2Blocks::singleBlockStream(stream.data(), stream.size(), block.start, block.end, stream[3]);
+  return libbz2::decode(framed.data(), framed.size());
 }
 
 std::optional<std::string> ownDecode(const ZRVData& stream, Block block,
@@ -57,17 +38,10 @@ std::optional<std::string> ownDecode(const ZRVData& stream, Block block,
 bool decodesLikeLibbz2(const ZRVData& stream, Block block, const std::string& label) {
   auto own = ownDecode(stream, block);
   if (!own) return false;
-  auto reference = libbz2Decode(stream, block);
-  EXPECT_TRUE(reference.has_value()) << label << ": accepted a block libbz2 refuses";
-  EXPECT_TRUE(reference && *reference == *own) << label << ": bytes differ from libbz2's";
+  const auto reference = libbz2Decode(stream, block);
+  EXPECT_TRUE(reference.finished) << label << ": accepted a block libbz2 refuses";
+  EXPECT_TRUE(reference.finished && reference.bytes == *own) << label << ": bytes differ from libbz2's";
   return true;
-}
-
-ZRVData randomBytes(std::size_t length, unsigned seed, unsigned range) {
-  std::mt19937 random(seed);
-  ZRVData bytes(length);
-  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random() % range);
-  return bytes;
 }
 
 ZRVData runsOfEveryLength() {
@@ -131,11 +105,7 @@ TEST(BZip2BlockDecoder, decodesWhatBzip2WritesAsLibbz2Does) {
 TEST(BZip2BlockDecoder, leavesDamagedAndUnusualBlocksToLibbz2) {
   const ZRVData clean = bzip2(words(), 1);
   const Block first = blocksOf(clean).at(0), second = blocksOf(clean).at(1);
-  auto flipped = [&](std::uint64_t bit) {
-    ZRVData stream = clean;
-    stream[bit / 8] ^= static_cast<std::uint8_t>(0x80 >> (bit % 8));
-    return stream;
-  };
+  auto flipped = [&](std::uint64_t bit) { return withBitFlipped(clean, bit); };
   const struct {
     const char* name;
     ZRVData stream;
@@ -160,8 +130,7 @@ TEST(BZip2BlockDecoder, leavesDamagedAndUnusualBlocksToLibbz2) {
 /// The block with its stored CRC replaced by that of what libbz2 puts out for it, so that damage behind the CRC
 /// is not hidden by the CRC mismatch.
 ZRVData withRepairedCRC(ZRVData stream, Block block) {
-  std::string putOut;
-  libbz2Decode(stream, block, &putOut);
+  const std::string putOut = libbz2Decode(stream, block).bytes;
   const std::uint32_t crc =
       ~BZip2CRC::update(0xFFFFFFFF, reinterpret_cast<const std::uint8_t*>(putOut.data()), putOut.size());
   for (unsigned i = 0; i < 32; ++i) {
@@ -180,17 +149,14 @@ TEST(BZip2BlockDecoder, neverDisagreesWithLibbz2OnSingleBitDamage) {
     const ZRVData clean = bzip2(randomBytes(3000, 4, 9), level);
     const Block block = blocksOf(clean).at(0);
     for (std::uint64_t bit = block.start + 80; bit < block.end; bit += 3) {
-      ZRVData stream = clean;
-      stream[bit / 8] ^= static_cast<std::uint8_t>(0x80 >> (bit % 8));
+      const ZRVData stream = withBitFlipped(clean, bit);
       const std::string label = "bit " + std::to_string(bit);
       decodesLikeLibbz2(stream, block, label);
       repairedAccepted += decodesLikeLibbz2(withRepairedCRC(stream, block), block, "repaired, " + label);
       // Whatever passes our checks short of the CRC, libbz2 puts out to the same bytes: otherwise a block made
       // to carry the CRC of our bytes would be one we accept and libbz2 refuses.
       if (auto own = ownDecode(stream, block, BZip2BlockDecoder::CRCCheck::skipped)) {
-        std::string putOut;
-        libbz2Decode(stream, block, &putOut);
-        EXPECT_TRUE(putOut == *own) << label << ": bytes differ from libbz2's";
+        EXPECT_TRUE(libbz2Decode(stream, block).bytes == *own) << label << ": bytes differ from libbz2's";
       }
     }
   }

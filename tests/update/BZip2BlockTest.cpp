@@ -22,13 +22,10 @@ using namespace zrv::bzip2;  // the codec's internals under test
 namespace {
 
 /// Sets the size from which the parallel decoder is used, for one scope.
-class ParallelFrom {
- public:
-  explicit ParallelFrom(std::size_t length) : saved_(BZip2BlockPipeline::minimumInputLength.exchange(length)) {}
-  ~ParallelFrom() { BZip2BlockPipeline::minimumInputLength = saved_; }
-
- private:
-  std::size_t saved_;
+struct ParallelFrom {
+  std::size_t saved;
+  explicit ParallelFrom(std::size_t length) : saved(BZip2BlockPipeline::minimumInputLength.exchange(length)) {}
+  ~ParallelFrom() { BZip2BlockPipeline::minimumInputLength = saved; }
 };
 constexpr std::size_t kAlways = 0;
 constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
@@ -95,44 +92,42 @@ std::string decodeToFile(const ZRVData& input, const std::filesystem::path& file
   return readFile(file);
 }
 
+// Every case's input and what the sequential decoder writes for it.
+struct Reference {
+  std::vector<ZRVData> inputs;
+  std::vector<std::string> expected;
+};
+const Reference& sequentialDecodes() {
+  static const Reference reference = [] {
+    TemporaryDirectory folder;
+    ParallelFrom never(kNever);
+    Reference made;
+    for (const Case& c : cases()) {
+      made.inputs.push_back(c.damage(cleanStream()));
+      made.expected.push_back(decodeToFile(made.inputs.back(), folder / "sequential"));
+    }
+    return made;
+  }();
+  return reference;
+}
+
 TEST(BZip2Blocks, parallelDecodingGivesWhatSequentialDecodingGives) {
   ASSERT_GE(blockStarts(cleanStream()).size(), 4u);
   const ZRVData original = gameLikeBytes(700000, 1);
+  const Reference& sequential = sequentialDecodes();
+  EXPECT_TRUE(sequential.expected.front() == std::string(original.begin(), original.end()));  // "clean"
+  EXPECT_TRUE(sequential.expected.back().empty());  // "not bzip2"
   TemporaryDirectory folder;
-  for (const Case& c : cases()) {
-    const ZRVData input = c.damage(cleanStream());
-    std::string sequentialFile, parallelFile;
-    {
-      ParallelFrom never(kNever);
-      sequentialFile = decodeToFile(input, folder / "sequential");
-    }
-    {
-      ParallelFrom always(kAlways);
-      parallelFile = decodeToFile(input, folder / "parallel");
-    }
-    EXPECT_TRUE(parallelFile == sequentialFile) << c.name;
-    const std::string_view name = c.name;
-    if (name == "clean") {
-      EXPECT_TRUE(sequentialFile == std::string(original.begin(), original.end()));
-    } else if (name == "not bzip2") {
-      EXPECT_TRUE(sequentialFile.empty());
-    }
+  ParallelFrom always(kAlways);
+  for (std::size_t i = 0; i < sequential.inputs.size(); ++i) {
+    EXPECT_TRUE(decodeToFile(sequential.inputs[i], folder / "parallel") == sequential.expected[i]) << cases()[i].name;
   }
 }
 
 TEST(BZip2Blocks, manyDecodesAtOnceFinishWithTablesFromAboutOneSetPerCore) {
   // Damaged streams as well, so that libbz2 decodes some of the blocks, with its tables from the pool too.
+  const Reference& sequential = sequentialDecodes();
   TemporaryDirectory folder;
-  const std::vector<Case> all = cases();
-  std::vector<ZRVData> inputs;
-  std::vector<std::string> expected;
-  {
-    ParallelFrom never(kNever);
-    for (std::size_t i = 0; i < all.size(); ++i) {
-      inputs.push_back(all[i].damage(cleanStream()));
-      expected.push_back(decodeToFile(inputs.back(), folder / ("sequential" + std::to_string(i))));
-    }
-  }
   ParallelFrom always(kAlways);
   std::atomic<std::size_t> matched{0};
   // Half from threads of their own, more than there are sets; half from the work queue, whose threads the
@@ -142,10 +137,10 @@ TEST(BZip2Blocks, manyDecodesAtOnceFinishWithTablesFromAboutOneSetPerCore) {
   const std::size_t kDecodes = 4 * BZip2TablePool::capacity() + 2;
   for (std::size_t i = 0; i < kDecodes; ++i) {
     auto decode = [&, i] {
-      const std::size_t which = i % all.size();
+      const std::size_t which = i % sequential.inputs.size();
       const auto file = folder / ("parallel" + std::to_string(i));
-      ZRVExtensions::decompressBZIP2CompressedDataToURL(inputs[which], file);
-      if (readFile(file) == expected[which]) ++matched;
+      ZRVExtensions::decompressBZIP2CompressedDataToURL(sequential.inputs[which], file);
+      if (readFile(file) == sequential.expected[which]) ++matched;
     };
     if (i % 2) threads.emplace_back(decode);
     else operations.push_back(ZRVOperationQueue::workQueue().addOperationWithBlock(decode));

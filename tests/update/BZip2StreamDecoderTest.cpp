@@ -19,11 +19,7 @@ TEST(BZip2StreamDecoder, endsAsLibbz2DoesWhateverTheDamage) {
   const ZRVData clean = bzip2(gameLikeBytes(700000, 1), 1);
   const auto blocks = blocksOf(clean);
   ASSERT_GE(blocks.size(), 4u);
-  auto flipped = [&](std::uint64_t bit) {
-    ZRVData stream = clean;
-    stream[bit / 8] ^= static_cast<std::uint8_t>(0x80 >> (bit % 8));
-    return stream;
-  };
+  auto flipped = [&](std::uint64_t bit) { return withBitFlipped(clean, bit); };
   auto cut = [&](std::uint64_t bit) { return ZRVData(clean.begin(), clean.begin() + static_cast<long>(bit / 8)); };
   ZRVData trailing = clean;
   trailing.insert(trailing.end(), {'B', 'Z', 'h', '9', 0xFF});

@@ -101,10 +101,7 @@ TEST(InstallSafety, LinksPlantedAtTemporaryPathsLeadNowhereOutside) {
       {".tmp is a link", [](auto& in, auto& out) { fs::create_directory_symlink(out, in / ".tmp"); }, false},
       {"data/.tmp is a link", [](auto& in, auto& out) { fs::create_directory_symlink(out, in / "data/.tmp"); }, false},
       {"the patch file is a link",
-       [](auto& in, auto& out) {
-         fs::create_directories(in / ".tmp");
-         fs::create_symlink(out / "victim", in / ".tmp/game.bin.bz2");
-       },
+       [](auto& in, auto& out) { fs::create_directories(in / ".tmp"); fs::create_symlink(out / "victim", in / ".tmp/game.bin.bz2"); },
        false},
       {"the next .partial names are links",
        [](auto& in, auto& out) {
@@ -117,9 +114,7 @@ TEST(InstallSafety, LinksPlantedAtTemporaryPathsLeadNowhereOutside) {
       {"the framework's temporary folder is a link",
        [](auto& in, auto& out) {
          fs::create_directories(in / "Frameworks");
-         for (const auto& name : nextTemporaryNames("Cg.framework", 40)) {
-           fs::create_directory_symlink(out, in / "Frameworks" / name);
-         }
+         for (const auto& name : nextTemporaryNames("Cg.framework", 40)) fs::create_directory_symlink(out, in / "Frameworks" / name);
        },
        true},
   };
@@ -151,12 +146,10 @@ TEST(InstallSafety, LinksPlantedAtTemporaryPathsLeadNowhereOutside) {
       continue;
     }
     EXPECT_EQ(*outcome, Outcome("Everything is up to date")) << c.name;
-    EXPECT_EQ(readFile(install / "game.bin"), v2) << c.name;
-    EXPECT_EQ(readFile(install / "data" / "game.bin"), v2) << c.name;
-    EXPECT_EQ(readFile(install / "new.bin"), "fresh") << c.name;
-    if (c.frameworkMissing) {
-      EXPECT_EQ(readFile(install / "Frameworks" / "Cg.framework" / "Cg"), "framework") << c.name;
+    for (const auto& [name, expected] : std::map<std::string, std::string>{{"game.bin", v2}, {"data/game.bin", v2}, {"new.bin", "fresh"}}) {
+      EXPECT_TRUE(readFile(install / name) == expected) << c.name << ": " << name;
     }
+    EXPECT_EQ(readFile(install / "Frameworks/Cg.framework/Cg"), c.frameworkMissing ? "framework" : "") << c.name;
   }
 }
 

@@ -53,6 +53,19 @@ inline std::vector<Block> blocksOf(const ZRVData& stream) {
   return blocks;
 }
 
+/// `stream` with one bit inverted, counted from the highest bit of the first byte.
+inline ZRVData withBitFlipped(ZRVData stream, std::uint64_t bit) {
+  stream[bit / 8] ^= static_cast<std::uint8_t>(0x80 >> (bit % 8));
+  return stream;
+}
+
+inline ZRVData randomBytes(std::size_t length, unsigned seed, unsigned range = 256) {
+  std::mt19937 random(seed);
+  ZRVData bytes(length);
+  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random() % range);
+  return bytes;
+}
+
 /// Runs of zeros between bytes of a small range: at level 1, several 100 kB blocks, about half their size.
 inline ZRVData gameLikeBytes(std::size_t length, unsigned seed) {
   ZRVData bytes(length);

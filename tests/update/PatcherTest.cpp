@@ -1,5 +1,4 @@
 #include <ZRVKit/ZRVBundle.h>
-#include <ZRVKit/ZRVExtensions.h>
 #include <ZRVKit/ZRVGlobals.h>
 #include <ZRVKit/ZRVMainQueue.h>
 #include <ZRVKit/ZRVManagedFile.h>
@@ -13,7 +12,6 @@
 #include "update/UpdateServer.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -25,7 +23,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// One update run, observed: every report, and the outcome.
+// One update run, started at construction and observed: every report, and the outcome.
 struct UpdateRun {
   std::mutex mutex;
   std::vector<std::pair<std::string, double>> reports;
@@ -33,28 +31,22 @@ struct UpdateRun {
   std::optional<ZRVError> failed;
   std::atomic<int> outcomes{0};
 
-  void start(ZRVPatcher& patcher, const std::optional<fs::path>& location) {
+  UpdateRun(ZRVPatcher& patcher, const std::optional<fs::path>& location) {
+    // The outcome is counted after the lock is given back: the test may end the run as soon as it sees it.
+    auto ended = [this](auto& slot, const auto& value) {
+      std::unique_lock lock(mutex);
+      slot = value;
+      lock.unlock();
+      ++outcomes;
+    };
     patcher.checkForGameUpdates(
         location,
         [this](const std::string& status, double progress) {
           std::lock_guard lock(mutex);
           reports.emplace_back(status, progress);
         },
-        // The outcome is counted after the lock is given back: the test may end the run as soon as it sees it.
-        [this](const std::string& message) {
-          {
-            std::lock_guard lock(mutex);
-            completed = message;
-          }
-          ++outcomes;
-        },
-        [this](const ZRVError& error) {
-          {
-            std::lock_guard lock(mutex);
-            failed = error;
-          }
-          ++outcomes;
-        });
+        [=, this](const std::string& message) { ended(completed, message); },
+        [=, this](const ZRVError& error) { ended(failed, error); });
   }
 
   /// Pumps the main queue (the framework's unzip reports there) until an outcome or the time-out.
@@ -79,8 +71,7 @@ class PatcherTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(PatcherTest, NoLocationFailsAtOnceWithoutARequest) {
-  UpdateRun run;
-  run.start(patcher, std::nullopt);
+  UpdateRun run(patcher, std::nullopt);
   ASSERT_EQ(run.outcomes.load(), 1);  // synchronously, on this thread
   ASSERT_TRUE(run.failed);
   EXPECT_EQ(run.failed->domain(), ZRVBundle::mainBundle().bundleIdentifier() + ".InvalidLocation");
@@ -96,8 +87,7 @@ TEST_F(PatcherTest, UnreadableManifestStillEndsUpToDateAndExecutable) {
   writeFile(install / ".tmp" / "leftover.bz2", "x");
   content.server().on("GET", "/api/mirrors", ScriptedResponse::json("[]"));
   content.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::text("<html>not found</html>", 404));
-  UpdateRun run;
-  run.start(patcher, install.path());
+  UpdateRun run(patcher, install.path());
   ASSERT_TRUE(run.finish());
   EXPECT_EQ(run.completed, "Everything is up to date");
   EXPECT_TRUE((fs::status(install / "Quillmoor").permissions() & fs::perms::owner_exec) != fs::perms::none);
@@ -136,8 +126,7 @@ TEST_F(PatcherTest, MirrorListFallsBackFromPrimaryToBackupToSafe) {
     server.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::json("{}"));
     ZRVGlobals::defaultGlobals().setServerType(c.serverType);
     ZRVPatcher fresh;
-    UpdateRun run;
-    run.start(fresh, install.path());
+    UpdateRun run(fresh, install.path());
     ASSERT_TRUE(run.finish()) << c.name;
     std::vector<std::string> mirrors;
     for (const auto& url : fresh.mirrorURLs()) mirrors.push_back(url.absoluteString().substr(server.base().size()));
@@ -154,8 +143,7 @@ TEST_F(PatcherTest, DeeplyNestedManifestsAndMirrorListsAreNotJSON) {
     server.server().on("GET", "/mirrors.txt", ScriptedResponse::json(R"(["http://127.0.0.1:1/backup/"])"));
     server.server().on("GET", "/content/patchmanifest.txt", ScriptedResponse::json(document.text));
     ZRVPatcher fresh;
-    UpdateRun run;
-    run.start(fresh, install.path());
+    UpdateRun run(fresh, install.path());
     ASSERT_TRUE(run.finish()) << document.name;
     EXPECT_EQ(run.completed, "Everything is up to date") << document.name;
     ASSERT_EQ(fresh.mirrorURLs().size(), 1u) << document.name;
@@ -183,36 +171,31 @@ TEST_F(PatcherTest, FilesArePatchedOrDownloadedByTheirInstalledContents) {
   content.manifest["other-platform.pak"] = {{"only", {"win32"}}, {"hash", "x"}, {"compHash", "y"}, {"dl", "z"}};
   content.serveManifestAndMirrors();
 
-  writeFile(install / "maps.pak", v2);
+  for (const auto& [name, before] : std::map<std::string, std::string>{
+           {"maps.pak", v2}, {"sounds.pak", "old sounds"}, {"textures.pak", "old textures"}, {"same.pak", "unchanged"},
+           {"data/level.dat", "old level"}, {"frozen.pak", "local copy"}}) {
+    writeFile(install / name, before);
+  }
   fs::permissions(install / "maps.pak", fs::perms::owner_exec, fs::perm_options::add);  // kept through the patch
-  writeFile(install / "sounds.pak", "old sounds");
-  writeFile(install / "textures.pak", "old textures");
-  writeFile(install / "same.pak", "unchanged");
-  writeFile(install / "data/level.dat", "old level");
-  writeFile(install / "frozen.pak", "local copy");
 
   LogCapture log;
-  UpdateRun run;
-  run.start(patcher, install.path());
+  UpdateRun run(patcher, install.path());
   ASSERT_TRUE(run.finish());
   EXPECT_EQ(run.completed, "Everything is up to date");
-  EXPECT_EQ(installed("maps.pak"), v3);
   EXPECT_NE(fs::status(install / "maps.pak").permissions() & fs::perms::owner_exec, fs::perms::none);
-  EXPECT_EQ(installed("sounds.pak"), "new sounds");
-  EXPECT_EQ(installed("textures.pak"), "new textures");
-  EXPECT_EQ(installed("missing.pak"), "brand new");
-  EXPECT_EQ(installed("same.pak"), "unchanged");
-  EXPECT_EQ(installed("data/level.dat"), "new level");
-  EXPECT_EQ(installed("frozen.pak"), "local copy");
+  for (const auto& [name, expected] : std::map<std::string, std::string>{
+           {"maps.pak", v3}, {"sounds.pak", "new sounds"}, {"textures.pak", "new textures"}, {"missing.pak", "brand new"},
+           {"same.pak", "unchanged"}, {"data/level.dat", "new level"}, {"frozen.pak", "local copy"}}) {
+    EXPECT_EQ(installed(name), expected) << name;
+  }
   EXPECT_FALSE(fs::exists(install / "other-platform.pak"));
-
-  auto& server = content.server();
-  EXPECT_EQ(server.requestCount("GET", "/content/patches/" + sha1(v1).substr(0, 8) + "-maps.pak.bz2"), 0u);
-  EXPECT_EQ(server.requestCount("GET", "/content/patches/" + sha1(v2).substr(0, 8) + "-maps.pak.bz2"), 1u);
-  EXPECT_EQ(server.requestCount("GET", "/content/files/maps.pak.bz2"), 0u);
-  EXPECT_EQ(server.requestCount("GET", "/content/files/sounds.pak.bz2"), 0u);  // the patch did it
-  EXPECT_EQ(server.requestCount("GET", "/content/files/textures.pak.bz2"), 1u);
-  EXPECT_EQ(server.requestCount("GET", "/content/files/frozen.pak.bz2"), 0u);
+  const std::string patches = "/content/patches/", files = "/content/files/";
+  for (const auto& [path, count] : std::map<std::string, std::size_t>{
+           {patches + sha1(v1).substr(0, 8) + "-maps.pak.bz2", 0}, {patches + sha1(v2).substr(0, 8) + "-maps.pak.bz2", 1},
+           {files + "maps.pak.bz2", 0}, {files + "sounds.pak.bz2", 0}, {files + "textures.pak.bz2", 1},
+           {files + "frozen.pak.bz2", 0}}) {
+    EXPECT_EQ(content.server().requestCount("GET", path), count) << path;
+  }
   EXPECT_TRUE(log.contains("exception"));
   EXPECT_FALSE(fs::exists(install / ".tmp"));
   for (const auto& [status, progress] : run.reports) EXPECT_NEAR(progress, 7 * ZRVPatcher::kBaseProgress, 1e-9) << status;
@@ -226,8 +209,7 @@ TEST_F(PatcherTest, TwentySixUpToDateFilesReportNearlyOneHundred) {
   }
   content.manifest["no-hash"] = {{"only", {"darwin"}}, {"compHash", "x"}, {"dl", "y"}};  // counted, not updated
   content.serveManifestAndMirrors();
-  UpdateRun run;
-  run.start(patcher, install.path());
+  UpdateRun run(patcher, install.path());
   ASSERT_TRUE(run.finish());
   ASSERT_EQ(run.reports.size(), 26u);
   for (const auto& report : run.reports) EXPECT_NEAR(report.second, 27 * 3.846, 1e-9);
@@ -241,8 +223,7 @@ TEST_F(PatcherTest, AFileThatCannotBeDownloadedAnywhereSilencesTheRun) {
   auto cutOff = ScriptedResponse::text(std::string(1000, 'z'));
   cutOff.dropConnection = true;
   content.server().on("GET", "/content/files/lost.pak.bz2", cutOff);  // fails on the one mirror
-  UpdateRun run;
-  run.start(patcher, install.path());
+  UpdateRun run(patcher, install.path());
   EXPECT_FALSE(run.finish(3s));  // no handler at all: the launcher's own guard has to notice
   EXPECT_EQ(run.outcomes.load(), 0);
   for (int i = 0; i < 20; ++i) EXPECT_EQ(installed("ok" + std::to_string(i)), "fine");  // the others went on
@@ -255,8 +236,7 @@ TEST_F(PatcherTest, FilesWhoseDownloadNameDoesNotDecodeDoNotHoldUpTheOthers) {
   }
   for (int i = 0; i < 5; ++i) content.publish("ok" + std::to_string(i), "fine");
   content.serveManifestAndMirrors();
-  UpdateRun run;
-  run.start(patcher, install.path());
+  UpdateRun run(patcher, install.path());
   // Waits for every report (one per silent file, two per good one) rather than for the files, so that the
   // run does not outlive the test while it still reports.
   const std::size_t expected = 3 * ZRVPatcher::kFilesInFlight + 2 * 5;
@@ -278,8 +258,7 @@ TEST_F(PatcherTest, TheFrameworkComesFirstAndASecondRunCarriesOnFromTheFirst) {
   for (const double share : {ZRVPatcher::kBaseProgressWithFramework,
                              ZRVPatcher::kBaseProgressWithFramework + ZRVPatcher::kBaseProgress}) {
     const bool first = share == ZRVPatcher::kBaseProgressWithFramework;
-    UpdateRun run;
-    run.start(patcher, install.path());
+    UpdateRun run(patcher, install.path());
     ASSERT_TRUE(!first || !run.reports.empty());  // the first framework status comes at once
     ASSERT_TRUE(run.finish());
     EXPECT_EQ(run.completed, "Everything is up to date");
@@ -302,8 +281,7 @@ TEST_F(PatcherTest, TheFrameworkComesFirstAndASecondRunCarriesOnFromTheFirst) {
 TEST_F(PatcherTest, AMissingFrameworkArchiveFailsTheRun) {
   fs::remove_all(install / "Frameworks");
   content.server().on("GET", "/launcher/mac/aditional-libraries/Cg.framework.zip", ScriptedResponse::text("nope", 404));
-  UpdateRun run;
-  run.start(patcher, install.path());
+  UpdateRun run(patcher, install.path());
   ASSERT_TRUE(run.finish());
   ASSERT_TRUE(run.failed);
   EXPECT_EQ(run.failed->code(), 2);  // the 404 page was "downloaded", then could not be unpacked
@@ -322,8 +300,7 @@ std::size_t PatcherTest::extraThreadsForTwoThousandFiles() {
   auto& queue = ZRVOperationQueue::workQueue();
   const std::size_t before = std::max<std::size_t>({queue.threadCount(), std::thread::hardware_concurrency(), 2});
   queue.resetPeakThreadCount();
-  UpdateRun run;
-  run.start(patcher, install.path());
+  UpdateRun run(patcher, install.path());
   EXPECT_TRUE(run.finish(300s));  // a hang guard only
   EXPECT_EQ(run.completed, "Everything is up to date");
   EXPECT_EQ(installed("pack0.dat"), "contents of pack0.dat");

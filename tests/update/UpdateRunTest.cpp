@@ -61,21 +61,16 @@ TEST(UpdateRun, EveryWayAFileEndsGivesItsPlaceBackOnce) {
     std::function<void(const FileCallbacks&)> work;
     int completions, failures, reportsPerFile;
   } cases[] = {
-      {"reports done", [](const FileCallbacks& c) { c.status("s");
-         c.completion(true, "done"); }, 1, 0, 2},
+      {"reports done", [](const FileCallbacks& c) { c.status("s"); c.completion(true, "done"); }, 1, 0, 2},
       {"fails", [&](const FileCallbacks& c) { c.failure(failed); }, 0, 1, 0},
       {"fails everywhere: silent", [](const FileCallbacks& c) { c.settledSilently(); }, 0, 0, 0},
       {"lets go of its callbacks unheard", [](const FileCallbacks&) {}, 0, 0, 0},
       {"reports twice, then goes silent",
-       [](const FileCallbacks& c) { c.completion(true, "a");
-         c.completion(true, "b");
-         c.settledSilently(); }, 1, 0, 2},
-      {"silent, then reports", [](const FileCallbacks& c) { c.settledSilently();
-         c.completion(true, "late"); }, 0, 0, 1},
+       [](const FileCallbacks& c) { c.completion(true, "a"); c.completion(true, "b"); c.settledSilently(); }, 1, 0, 2},
+      {"silent, then reports", [](const FileCallbacks& c) { c.settledSilently(); c.completion(true, "late"); }, 0, 0, 1},
       {"reports later on another thread",
-       [](const FileCallbacks& c) {
-         ZRVOperationQueue::workQueue().addOperationWithBlock([c] { c.completion(true, "done"); });
-       }, 1, 0, 1},
+       [](const FileCallbacks& c) { ZRVOperationQueue::workQueue().addOperationWithBlock([c] { c.completion(true, "done"); }); },
+       1, 0, 1},
       {"throws", [](const FileCallbacks&) { throw std::runtime_error("corrupt"); }, 1, 0, 0},
   };
   for (const auto& c : cases) {
