@@ -1,5 +1,7 @@
 #include "update/UpdateRun.h"
 
+#include <ZRVKit/ZRVOperationQueue.h>
+
 #include "foundation/LockedProperty.h"
 
 #include <utility>
@@ -57,6 +59,21 @@ void UpdateRun::recordFileFailure(const ZRVError& error) {
     if (!error_) error_ = error;
   }
   setUpdateSuccessful(false);
+}
+
+void UpdateRun::noteLeftoversCleared() {
+  {
+    std::lock_guard lock(mutex_);
+    leftoversCleared_ = true;
+  }
+  leftoversClearedChanged_.notify_all();
+}
+
+void UpdateRun::waitUntilLeftoversCleared() const {
+  std::unique_lock lock(mutex_);
+  if (leftoversCleared_) return;
+  ZRVOperationQueue::BlockingScope blocking;  // a thread of the work queue waits for the caller's thread
+  leftoversClearedChanged_.wait(lock, [this] { return leftoversCleared_; });
 }
 
 void UpdateRun::reportStatus(const std::string& text) const {

@@ -14,6 +14,7 @@
 #include "update/FileGate.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -81,6 +82,11 @@ class UpdateRun {
   void noteChangingInstall() { changesInstall_.store(true); }
   bool changesInstall() const { return changesInstall_.load(); }
 
+  /// What earlier runs left in the install is cleared while the mirror list and the manifest are fetched; the
+  /// files are looked at only after. The run's start notes the end of the clearing, its files wait for it.
+  void noteLeftoversCleared();
+  void waitUntilLeftoversCleared() const;
+
   /// Bounds the files worked on at once; made for the run, shared by its file items.
   FileGate& gate() const { return *gate_; }
 
@@ -90,6 +96,8 @@ class UpdateRun {
   void setSharedMirrorURLs(std::shared_ptr<const std::vector<ZRVURL>> mirrors);
 
   mutable std::mutex mutex_;
+  mutable std::condition_variable leftoversClearedChanged_;
+  bool leftoversCleared_ = false;
   std::filesystem::path location_;
   // Shared, so that reporting a status or handing a file the mirrors copies a pointer, not a function or a list.
   std::shared_ptr<const ZRVPatcher::UpdateHandler> updateHandler_;

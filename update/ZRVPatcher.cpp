@@ -292,12 +292,16 @@ void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, Up
   }
   previous.reset();  // outside the lock: the last run's handlers may hold what calls back into the patcher
   // An earlier run that was killed may have left its temporary files; they go before this run makes its own.
-  zrv::update::clearLeftovers(*location);
-
+  // Fetching the mirror list and the manifest writes nothing, so it starts first and the clearing goes on
+  // meanwhile; the framework's download writes into the install, so it waits.
   std::error_code error;
   if (fs::exists(*location / "Frameworks" / "Cg.framework", error)) {
     _downloadMirrorsAndThenManifest(run);
+    zrv::update::clearLeftovers(*location);
+    run->noteLeftoversCleared();
   } else {
+    zrv::update::clearLeftovers(*location);
+    run->noteLeftoversCleared();
     _downloadRequiredFramework(run);
   }
 }
@@ -401,6 +405,7 @@ void ZRVPatcher::_downloadManifestCompleted(std::function<void(std::optional<ZRV
 // whose whole download failed everywhere never reports, so its item never ends and neither does the run (the
 // final item depends on every file's item); it does give its place to the next file.
 void ZRVPatcher::_patchGameFilesIfNecessary(const Run& run) {
+  run->waitUntilLeftoversCleared();
   const std::shared_ptr<const ZRVJSON> manifest = run->manifest();
   countPlatformFiles(*run, *manifest, platform_);
   run->clearOutcome();
