@@ -185,8 +185,11 @@ std::shared_ptr<ZRVManagedFile> ZRVManagedFile::initWithFilename(const std::stri
   if (installBase.empty() || !zrv::update::isContainedName(name)) return nullptr;
   auto file = std::make_shared<ZRVManagedFile>();
   file->name_ = name;
-  file->installBase_ = installBase;
-  file->location_ = installBase / name;
+  file->installBase_ = installBase.native();
+  // What installBase / name gives for a relative name: a separator between them unless the base ends in one.
+  file->location_ = installBase.native();
+  if (file->location_.back() != '/') file->location_ += '/';
+  file->location_ += name;
   file->sha1Hash_ = hash;
   file->compHash_ = compHash;
   file->download_ = download.value_or(name);
@@ -198,21 +201,35 @@ ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, name, setName, name_)
 ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, compHash, setCompHash, compHash_)
 ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, download, setDownload, download_)
 ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, sha1Hash, setSha1Hash, sha1Hash_)
-ZRV_LOCKED_PROPERTY(ZRVManagedFile, fs::path, installBase, setInstallBase, installBase_)
-ZRV_LOCKED_PROPERTY(ZRVManagedFile, fs::path, location, setLocation, location_)
+fs::path ZRVManagedFile::installBase() const {
+  std::lock_guard lock(mutex_);
+  return fs::path(installBase_);
+}
+void ZRVManagedFile::setInstallBase(fs::path installBase) {
+  std::lock_guard lock(mutex_);
+  installBase_ = std::move(installBase).native();
+}
+fs::path ZRVManagedFile::location() const {
+  std::lock_guard lock(mutex_);
+  return fs::path(location_);
+}
+void ZRVManagedFile::setLocation(fs::path location) {
+  std::lock_guard lock(mutex_);
+  location_ = std::move(location).native();
+}
 
 std::string ZRVManagedFile::text(const char* key) const {
   return ZRVFormat(ZRVBundle::libraryBundle().localizedString(key), name());
 }
 
 void ZRVManagedFile::ensureDirectoriesExist() {
-  std::string fileName = name();
+  const std::string fileName = name();
   if (fileName.find('/') == std::string::npos) return;
   // The folder part as a path text gives it: trailing slashes do not count, so "maps/" has an empty one.
-  std::string trimmed = fileName;
-  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
+  std::string_view trimmed = fileName;
+  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.remove_suffix(1);
   std::size_t slash = trimmed.rfind('/');
-  std::string folder = slash == std::string::npos ? "" : trimmed.substr(0, slash == 0 ? 1 : slash);
+  std::string_view folder = slash == std::string_view::npos ? std::string_view() : trimmed.substr(0, slash == 0 ? 1 : slash);
   // Only an empty folder part leads to a creation (the install folder with that empty part as an extension,
   // which is the install folder itself); the sub-folder of "a/b.bin" is deliberately left alone, the way the
   // game's installs have always been laid out.

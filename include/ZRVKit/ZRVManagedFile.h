@@ -91,6 +91,8 @@ class ZRVKIT_EXPORT ZRVManagedFile : public std::enable_shared_from_this<ZRVMana
   std::string compHash_;
   std::string download_;
   std::string sha1Hash_;
-  std::filesystem::path installBase_;
-  std::filesystem::path location_;
+  // Kept as text: a path splits itself into its parts whenever it is made or copied, and an update makes one
+  // managed file for each of tens of thousands of entries. The getters hand out paths as before.
+  std::string installBase_;
+  std::string location_;
 };
