@@ -250,19 +250,24 @@ std::optional<ZRVJSON> ZRVManagedFile::getPatch(const ZRVJSON& patches) const {
 void ZRVManagedFile::update(const std::vector<ZRVURL>& mirrors, const ZRVJSON& patches, StatusCallback status,
                             CompletionCallback completion, FailureCallback failure, std::function<void()> settledSilently) {
   (void)failure;  // part of the interface; a file's problems never reach it
-  fs::path file = location();
+  // The location as text: most files only need it opened, not taken apart as a path.
+  const std::string file = [this] {
+    std::lock_guard lock(mutex_);
+    return location_;
+  }();
   // Opened once, to learn whether the file is there and to read it: checking every file of an install is
   // mostly this. Only a failure other than "not there" asks again the way it always did.
   zrv::update::Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
   const bool missing = !opened && (errno == ENOENT || errno == ENOTDIR);
   std::error_code error;
-  if (missing || (!opened && !fs::exists(file, error))) {
+  if (missing || (!opened && !fs::exists(fs::path(file), error))) {
     ZRVLog::format("%@ not found. Downloading Fresh", name());
     freshDownload(mirrors, "MANAGED_FILE_FRESH_DOWNLOAD", std::move(status), std::move(completion),
                   std::move(settledSilently));
     return;
   }
-  const std::string current = opened ? ZRVExtensions::sha1HashOfDescriptor(opened.get()) : ZRVExtensions::sha1Hash(file);
+  const std::string current =
+      opened ? ZRVExtensions::sha1HashOfDescriptor(opened.get()) : ZRVExtensions::sha1Hash(fs::path(file));
   opened.reset();
   if (sha1Hash() == current) {
     ZRVLog::format("%@ Is up to date", name());
