@@ -4,6 +4,7 @@
 // destroys the old value after releasing the lock, so that a callback whose captures call back into the
 // object cannot deadlock.
 
+#include <filesystem>
 #include <mutex>
 #include <utility>
 
@@ -18,4 +19,16 @@
       std::lock_guard lock(mutex_);                             \
       old = std::exchange(field, std::move(newValue));          \
     }                                                           \
+  }
+
+// The same for a path kept as its text: a path splits itself into its parts whenever it is made or copied, so
+// an object made by the ten thousand keeps the text and hands out a path only when asked for one.
+#define ZRV_LOCKED_PATH_PROPERTY(Class, getter, setter, field) \
+  std::filesystem::path Class::getter() const {                \
+    std::lock_guard lock(mutex_);                              \
+    return std::filesystem::path(field);                       \
+  }                                                            \
+  void Class::setter(std::filesystem::path newValue) {         \
+    std::lock_guard lock(mutex_);                              \
+    field = newValue.native();                                 \
   }

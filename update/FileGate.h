@@ -85,7 +85,7 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
   /// Read without the lock, as a hint for a caller deciding whether to make its next file now: `enter` decides,
   /// so a stale answer costs at most a file that waits for its turn.
   bool hasFreePlace() const {
-    return !anyWaiting_.load(std::memory_order_acquire) && placesTaken_.load(std::memory_order_acquire) < width_;
+    return !anyWaiting_.load(std::memory_order_acquire) && count_.load(std::memory_order_acquire) < width_;
   }
 
   /// Called on the releasing thread, outside the gate's lock, each time a place is given back and the waiting
@@ -119,7 +119,6 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
         waiting_.pop_front();
       }
       anyWaiting_.store(!waiting_.empty(), std::memory_order_release);
-      placesTaken_.store(count_, std::memory_order_release);
       refill = refill_;
     }
     for (auto& file : starting) file.start(Ticket(shared_from_this(), file.bytes));
@@ -132,17 +131,15 @@ class FileGate : public std::enable_shared_from_this<FileGate> {
   void admit(std::uintmax_t bytes) {
     ++count_;
     bytesInFlight_ += bytes;
-    placesTaken_.store(count_, std::memory_order_release);
   }
 
   const std::size_t width_;
   const std::uintmax_t byteBudget_;
   mutable std::mutex mutex_;
-  std::size_t count_ = 0;
+  std::atomic<std::size_t> count_{0};  // changed under the lock; hasFreePlace reads it without
   std::uintmax_t bytesInFlight_ = 0;
   std::deque<Waiting> waiting_;
-  std::atomic<std::size_t> placesTaken_{0};  // count_ and whether anything waits, for hasFreePlace
-  std::atomic<bool> anyWaiting_{false};
+  std::atomic<bool> anyWaiting_{false};  // !waiting_.empty(), for hasFreePlace
   std::shared_ptr<const std::function<void()>> refill_;
 };
 

@@ -201,22 +201,8 @@ ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, name, setName, name_)
 ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, compHash, setCompHash, compHash_)
 ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, download, setDownload, download_)
 ZRV_LOCKED_PROPERTY(ZRVManagedFile, std::string, sha1Hash, setSha1Hash, sha1Hash_)
-fs::path ZRVManagedFile::installBase() const {
-  std::lock_guard lock(mutex_);
-  return fs::path(installBase_);
-}
-void ZRVManagedFile::setInstallBase(fs::path installBase) {
-  std::lock_guard lock(mutex_);
-  installBase_ = std::move(installBase).native();
-}
-fs::path ZRVManagedFile::location() const {
-  std::lock_guard lock(mutex_);
-  return fs::path(location_);
-}
-void ZRVManagedFile::setLocation(fs::path location) {
-  std::lock_guard lock(mutex_);
-  location_ = std::move(location).native();
-}
+ZRV_LOCKED_PATH_PROPERTY(ZRVManagedFile, installBase, setInstallBase, installBase_)
+ZRV_LOCKED_PATH_PROPERTY(ZRVManagedFile, location, setLocation, location_)
 
 std::string ZRVManagedFile::text(const char* key) const {
   return ZRVFormat(ZRVBundle::libraryBundle().localizedString(key), name());

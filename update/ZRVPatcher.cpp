@@ -295,15 +295,11 @@ void ZRVPatcher::checkForGameUpdates(const std::optional<fs::path>& location, Up
   // Fetching the mirror list and the manifest writes nothing, so it starts first and the clearing goes on
   // meanwhile; the framework's download writes into the install, so it waits.
   std::error_code error;
-  if (fs::exists(*location / "Frameworks" / "Cg.framework", error)) {
-    _downloadMirrorsAndThenManifest(run);
-    zrv::update::clearLeftovers(*location);
-    run->noteLeftoversCleared();
-  } else {
-    zrv::update::clearLeftovers(*location);
-    run->noteLeftoversCleared();
-    _downloadRequiredFramework(run);
-  }
+  const bool frameworkInstalled = fs::exists(*location / "Frameworks" / "Cg.framework", error);
+  if (frameworkInstalled) _downloadMirrorsAndThenManifest(run);
+  zrv::update::clearLeftovers(*location);
+  run->noteLeftoversCleared();
+  if (!frameworkInstalled) _downloadRequiredFramework(run);
 }
 
 void ZRVPatcher::_downloadRequiredFramework(const Run& run) {

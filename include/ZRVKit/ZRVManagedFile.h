@@ -91,8 +91,8 @@ class ZRVKIT_EXPORT ZRVManagedFile : public std::enable_shared_from_this<ZRVMana
   std::string compHash_;
   std::string download_;
   std::string sha1Hash_;
-  // Kept as text: a path splits itself into its parts whenever it is made or copied, and an update makes one
-  // managed file for each of tens of thousands of entries. The getters hand out paths as before.
+  // Kept as text (the getters hand out paths): an update makes a managed file for each of tens of thousands
+  // of entries, and a path splits itself into its parts whenever it is made or copied.
   std::string installBase_;
   std::string location_;
 };
